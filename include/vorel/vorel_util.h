@@ -1,0 +1,35 @@
+/* vorel utility functions: allocation, module loading, strings. */
+#ifndef VOREL_UTIL_H
+#define VOREL_UTIL_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Zero-filled allocation; NULL when size is 0 or memory is exhausted. */
+void* vorel_malloc(size_t size);
+/* Accepts NULL. */
+void vorel_free(void* ptr);
+
+/* Byte string as the loader functions take it. */
+typedef struct vorel_ustring_st vorel_ustring;
+/* Copies len bytes of text (ASCII); NULL on a null text or exhausted memory. */
+vorel_ustring* vorel_ustring_newascii(const char* text, size_t len);
+const char* vorel_ustring_text(const vorel_ustring* str);
+void vorel_ustring_free(vorel_ustring* str);
+
+/* Dynamic modules. On failure vorel_dso_load returns NULL and the system's
+ * last error (GetLastError / errno) tells why. */
+typedef struct vorel_dso_st vorel_dso;
+typedef void (*vorel_fnptr)(void);
+vorel_dso* vorel_dso_load(const vorel_ustring* path);
+vorel_fnptr vorel_dso_getfunction(vorel_dso* dso, const char* name);
+void vorel_dso_free(vorel_dso* dso);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

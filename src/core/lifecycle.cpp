@@ -1,0 +1,32 @@
+#include "core/lifecycle.h"
+
+#include "core/frame.h"
+#include "core/log.h"
+#include "core/skf_dll/skf_dll.h"
+
+namespace vorel {
+
+const char* const kLibraryVersion = "1.1.2.4";
+
+namespace {
+VOREL_DEVICE* g_pseudo_device = nullptr;
+}
+
+VOREL_DEVICE* pseudo_device() { return g_pseudo_device; }
+
+void library_attach() {
+  VLOG_INFO("DllMain", "Version : %s", kLibraryVersion);
+  if (!g_pseudo_device) {
+    int rc = VorelPKICryptoGetPseudoDevice(&g_pseudo_device);
+    if (rc != VOREL_OK) VLOG_ERROR("DllMain", "VorelPKICryptoGetPseudoDevice fail, error : %d", rc);
+  }
+  init_skf_set(GetSkfSet());
+}
+
+void library_detach() {
+  VorelPKICryptoFreeDevice(g_pseudo_device);
+  g_pseudo_device = nullptr;
+  free_skf_set(GetSkfSet());
+}
+
+}  // namespace vorel

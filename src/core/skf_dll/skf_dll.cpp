@@ -1,0 +1,90 @@
+#include "core/skf_dll/skf_dll.h"
+
+#include <cstring>
+
+#include "core/config.h"
+#include "core/log.h"
+#include "platform/platform.h"
+
+namespace vorel {
+
+namespace {
+
+// Resolves one entry point; a missing one is logged and left null, loading goes on.
+template <class Fn>
+void resolve(vorel_dso* module, const char* name, Fn& slot) {
+  vorel_fnptr fn = vorel_dso_getfunction(module, name);
+  if (!fn) VLOG_WARN("new_skf_dll", "vorel_dso_getfunction %s fail", name);
+  slot = reinterpret_cast<Fn>(fn);
+}
+
+}  // namespace
+
+SkfDll* new_skf_dll(const char* name, int32_t type, const char* dllPath) {
+  VLOG_DEBUG("new_skf_dll", "name : %s", name);
+  VLOG_DEBUG("new_skf_dll", "type : %d", type);
+  VLOG_DEBUG("new_skf_dll", "dll_path : %s", dllPath);
+  auto* dll = static_cast<SkfDll*>(vorel_malloc(sizeof(SkfDll)));
+  if (!dll) return nullptr;
+  // The configuration is trusted to keep names short; cut rather than overrun.
+  std::strncpy(dll->name, name, sizeof dll->name - 1);
+  dll->type = type;
+  vorel_ustring* path = vorel_ustring_newascii(dllPath, std::strlen(dllPath));
+  dll->module = vorel_dso_load(path);
+  int error = platform::last_error();
+  vorel_ustring_free(path);
+  if (!dll->module) {
+    VLOG_ERROR("new_skf_dll", "vorel_dso_load fail, error = %d", error);
+    VLOG_DEBUG("new_skf_dll", "%s", platform::dso_error_text().c_str());
+    free_skf_dll(dll);
+    return nullptr;
+  }
+#define VOREL_SKF_RESOLVE(fn) resolve(dll->module, #fn, dll->fn);
+  VOREL_SKF_STANDARD_FUNCTIONS(VOREL_SKF_RESOLVE)
+#undef VOREL_SKF_RESOLVE
+#define VOREL_SKF_RESOLVE(fn) resolve(dll->module, #fn, dll->fn##_vendor);
+  VOREL_SKF_VENDOR_DECRYPT_FUNCTIONS(VOREL_SKF_RESOLVE)
+#undef VOREL_SKF_RESOLVE
+  return dll;
+}
+
+void free_skf_dll(SkfDll* dll) {
+  if (!dll) return;
+  if (dll->module) {
+    vorel_dso_free(dll->module);
+    dll->module = nullptr;
+  }
+  vorel_free(dll);
+}
+
+void free_skf_set(SkfSet& set) {
+  for (auto& entry : set) {
+    VLOG_DEBUG("free_skf_set", "free skf dll, type : %d", entry.first);
+    free_skf_dll(entry.second);
+  }
+  set.clear();
+}
+
+void init_skf_set(SkfSet& set) {
+  free_skf_set(set);
+  for (const DeviceConfig& d : GetVorelSKFConfig().devices()) {
+    if (!d.isskf) continue;
+    SkfDll* dll = new_skf_dll(d.name.c_str(), d.type, d.dllpath.c_str());
+    // A later entry of the same type replaces the earlier record, which stays loaded.
+    if (dll) set[d.type] = dll;
+  }
+}
+
+SkfSet& GetSkfSet() {
+  // Never destroyed: the unload path frees it explicitly, whatever the order of static teardown.
+  static SkfSet* set = new SkfSet();
+  return *set;
+}
+
+SkfDll* find_skf_dll(int32_t type) {
+  SkfSet& set = GetSkfSet();
+  auto it = set.find(type);
+  return it == set.end() ? nullptr : it->second;
+}
+
+}  // namespace vorel
