@@ -131,6 +131,13 @@ bool VorelSKFConfig::LoadWithContent(const char* content) {
   return load(content, "VorelSKFConfig::LoadWithContent", "Fail to parse JSON from content, because: %s");
 }
 
+bool VorelSKFConfig::LoadFirst(const std::vector<std::string>& paths) {
+  for (const std::string& path : paths) {
+    if (LoadWithPath(path.c_str())) return true;
+  }
+  return false;
+}
+
 const DeviceConfig* VorelSKFConfig::find(int32_t type) const {
   for (const DeviceConfig& d : devices_) {
     if (d.type == type) return &d;
@@ -151,11 +158,7 @@ VorelSKFConfig& GetVorelSKFConfig() {
   // Never destroyed: the library's unload may still consult it after static destruction.
   static VorelSKFConfig* config = new VorelSKFConfig();
   static std::once_flag once;
-  std::call_once(once, [] {
-    for (const std::string& path : default_config_paths()) {
-      if (config->LoadWithPath(path.c_str())) break;
-    }
-  });
+  std::call_once(once, [] { config->LoadFirst(default_config_paths()); });
   return *config;
 }
 

@@ -21,6 +21,8 @@ class VorelSKFConfig {
   // Both replace the entries on success and keep them unchanged on failure.
   bool LoadWithPath(const char* path);
   bool LoadWithContent(const char* content);
+  // Loads the first of the paths that loads; false when none does.
+  bool LoadFirst(const std::vector<std::string>& paths);
 
   const std::vector<DeviceConfig>& devices() const { return devices_; }
   // The entry of a device type, or nullptr.

@@ -1,0 +1,97 @@
+// Loading and unloading the built library in fresh processes.
+#include <gtest/gtest.h>
+
+#include "support.h"
+
+using testsupport::count;
+using testsupport::ScopedEnv;
+
+namespace {
+
+std::string probe() { return testsupport::module_path(PROBE_PROGRAM); }
+std::string library() { return testsupport::module_path(VORELSKF_LIBRARY); }
+
+std::string without_separator(std::string dir) {
+  dir.pop_back();
+  return dir;
+}
+
+// A folder whose vorelskf.json routes type 7 to the fixture vendor module.
+std::string folder_with_vendor_config() {
+  std::string dir = testsupport::make_temp_dir("cwd");
+  testsupport::write_file(dir + "vorelskf.json",
+                          std::string(R"({"devices":[{"name":"FIXTURE","type":7,"isskf":true,"dllpath":")") +
+                              testsupport::json_escape(testsupport::module_path(VENDOR_FIXTURE)) +
+                              R"("},{"name":"EMULATED","type":3}]})");
+  return dir;
+}
+
+TEST(Lifecycle, LoadingLogsTheVersionOnceAtTheDefaultLevel) {
+  std::string log = testsupport::make_temp_dir("log") + "skf.log";
+  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
+  ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
+  ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+  std::string text = testsupport::read_file(log);
+  EXPECT_EQ(count(text, "[INFO] [DllMain] Version : 1.1.2.4"), 1u) << text;
+  EXPECT_EQ(count(text, "[DEBUG]"), 0u);
+}
+
+TEST(Lifecycle, BelowInfoNoVersionLineButTheMapIsStillBuilt) {
+  std::string log = testsupport::make_temp_dir("log") + "skf.log";
+  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
+  ScopedEnv level("VOREL_SKF_LOG_LEVEL", "2");
+  ASSERT_EQ(testsupport::run_process(probe(), {library(), folder_with_vendor_config()}), 0);
+  std::string text = testsupport::read_file(log);
+  EXPECT_EQ(count(text, "Version : "), 0u);
+  // The fixture lacks most functions: each missing one is a warning of the load at start.
+  EXPECT_NE(text.find("[WARN] [new_skf_dll] vorel_dso_getfunction SKF_Transmit fail"), std::string::npos) << text;
+}
+
+TEST(Lifecycle, CurrentFolderConfigurationIsReadAtLoadAndEachTypeFreedAtUnload) {
+  std::string log = testsupport::make_temp_dir("log") + "skf.log";
+  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
+  ScopedEnv level("VOREL_SKF_LOG_LEVEL", "4");
+  ASSERT_EQ(testsupport::run_process(probe(), {library(), folder_with_vendor_config()}), 0);
+  std::string text = testsupport::read_file(log);
+  EXPECT_EQ(count(text, "[DEBUG] [new_skf_dll] type : 7"), 1u) << text;
+  EXPECT_EQ(count(text, "[DEBUG] [free_skf_set] free skf dll, type : 7"), 1u);
+  EXPECT_EQ(count(text, "free skf dll, type : 3"), 0u);
+  EXPECT_LT(text.find("Version : 1.1.2.4"), text.find("free skf dll"));
+}
+
+TEST(Lifecycle, ReloadThroughTheExportFreesThenLoads) {
+  std::string log = testsupport::make_temp_dir("log") + "skf.log";
+  std::string cwd = folder_with_vendor_config();
+  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
+  ScopedEnv level("VOREL_SKF_LOG_LEVEL", "4");
+  ASSERT_EQ(testsupport::run_process(probe(), {library(), cwd, cwd + "vorelskf.json"}), 0);
+  std::string text = testsupport::read_file(log);
+  EXPECT_EQ(count(text, "free skf dll, type : 7"), 2u);  // reload, then unload
+  EXPECT_EQ(count(text, "[DEBUG] [new_skf_dll] type : 7"), 2u);
+}
+
+TEST(Lifecycle, UnopenableLogPathFallsBackToTheTempFolder) {
+  std::string tmp = testsupport::make_temp_dir("tmp");
+  std::string missing = testsupport::make_temp_dir("log") + "no-such-folder" + (tmp.back() == '/' ? "/" : "\\") + "x.log";
+  ScopedEnv path("VOREL_SKF_LOG_PATH", missing.c_str());
+  ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
+  ScopedEnv tmpdir("TMPDIR", without_separator(tmp).c_str());
+  ScopedEnv tmpvar("TMP", without_separator(tmp).c_str());
+  ScopedEnv tempvar("TEMP", without_separator(tmp).c_str());
+  ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+  EXPECT_FALSE(testsupport::file_exists(missing));
+  std::string text = testsupport::read_file(tmp + "vorelskf.log");
+  EXPECT_NE(text.find("Version : 1.1.2.4"), std::string::npos);
+}
+
+TEST(Lifecycle, NoOpenableLogLosesLinesQuietly) {
+  std::string gone = testsupport::make_temp_dir("log") + "absent";
+  std::string missing = gone + (gone.find('/') != std::string::npos ? "/x.log" : "\\x.log");
+  ScopedEnv path("VOREL_SKF_LOG_PATH", missing.c_str());
+  ScopedEnv tmpdir("TMPDIR", gone.c_str());
+  ScopedEnv tmpvar("TMP", gone.c_str());
+  ScopedEnv tempvar("TEMP", gone.c_str());
+  EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+// Helpers shared by the suites: environment, temporary folders, log files, child processes.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+void set_env(const char* name, const char* value);
+void unset_env(const char* name);
+
+// Sets or restores one environment variable for the lifetime of the object.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value);  // value nullptr unsets
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  std::string name_;
+  bool had_;
+  std::string old_;
+};
+
+// A fresh empty folder under the system temp folder, ending in the separator.
+std::string make_temp_dir(const std::string& tag);
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& text);
+bool file_exists(const std::string& path);
+
+// Reads what was appended to a log file since the last mark.
+class LogFile {
+ public:
+  explicit LogFile(std::string path) : path_(std::move(path)) { mark(); }
+  void mark();
+  std::string since() const;
+  std::vector<std::string> lines_since() const;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  std::size_t offset_ = 0;
+};
+
+std::size_t count(const std::string& haystack, const std::string& needle);
+
+// Runs a program with arguments, inheriting the environment; returns its exit code.
+int run_process(const std::string& exe, const std::vector<std::string>& args);
+
+// File names of the built binaries beside the test executables, loadable from the working folder.
+std::string module_path(const char* fileName);
+
+std::string json_escape(const std::string& text);
+
+}  // namespace testsupport

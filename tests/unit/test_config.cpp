@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "core/config.h"
+#include "unit.h"
+
+using vorel::DeviceConfig;
+using vorel::VorelSKFConfig;
+
+namespace {
+
+TEST(Config, EntryDefaults) {
+  VorelSKFConfig config;
+  ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":3}]})"));
+  ASSERT_EQ(config.devices().size(), 1u);
+  const DeviceConfig& d = config.devices()[0];
+  EXPECT_EQ(d.type, 3);
+  EXPECT_EQ(d.name, "");
+  EXPECT_EQ(d.dllpath, "");
+  EXPECT_FALSE(d.isskf);
+  EXPECT_TRUE(d.useMasterFile);
+  EXPECT_TRUE(d.pidvids.empty());
+}
+
+TEST(Config, FullEntryInOrder) {
+  VorelSKFConfig config;
+  ASSERT_TRUE(config.LoadWithContent(R"({"devices":[
+      {"name":"A","type":2,"dllpath":"a.dll","isskf":true,"useMasterFile":false,"pidvids":["VID_096E&PID_0702","x"]},
+      {"name":"B","type":5}]})"));
+  ASSERT_EQ(config.devices().size(), 2u);
+  const DeviceConfig& a = config.devices()[0];
+  EXPECT_EQ(a.name, "A");
+  EXPECT_EQ(a.type, 2);
+  EXPECT_EQ(a.dllpath, "a.dll");
+  EXPECT_TRUE(a.isskf);
+  EXPECT_FALSE(a.useMasterFile);
+  EXPECT_EQ(a.pidvids, (std::vector<std::string>{"VID_096E&PID_0702", "x"}));
+  EXPECT_EQ(config.devices()[1].name, "B");
+  EXPECT_EQ(config.find(5), &config.devices()[1]);
+  EXPECT_EQ(config.find(7), nullptr);
+}
+
+TEST(Config, DocumentWithoutDevicesHasNoTypes) {
+  VorelSKFConfig config;
+  ASSERT_TRUE(config.LoadWithContent(R"({"other":1})"));
+  EXPECT_TRUE(config.devices().empty());
+}
+
+struct ConversionCase {
+  const char* entry;
+  bool loads;
+  std::function<void(const DeviceConfig&)> check;
+};
+
+TEST(Config, ValuesOfOtherTypesConvertOrFail) {
+  const ConversionCase cases[] = {
+      {R"({"type":true})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.type, 1); }},
+      {R"({"type":2.9})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.type, 2); }},
+      {R"({"type":null})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.type, 0); }},
+      {R"({"isskf":1})", true, [](const DeviceConfig& d) { EXPECT_TRUE(d.isskf); }},
+      {R"({"useMasterFile":0})", true, [](const DeviceConfig& d) { EXPECT_FALSE(d.useMasterFile); }},
+      {R"({"name":5})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.name, "5"); }},
+      {R"({"name":false})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.name, "false"); }},
+      {R"({"pidvids":["a",7,true]})", true,
+       [](const DeviceConfig& d) { EXPECT_EQ(d.pidvids, (std::vector<std::string>{"a", "7", "true"})); }},
+      {R"({"type":"3"})", false, nullptr},
+      {R"({"type":4294967296})", false, nullptr},
+      {R"({"isskf":"yes"})", false, nullptr},
+      {R"({"name":[1]})", false, nullptr},
+      {R"(7)", false, nullptr},
+  };
+  for (const ConversionCase& c : cases) {
+    VorelSKFConfig config;
+    std::string doc = std::string(R"({"devices":[)") + c.entry + "]}";
+    ASSERT_EQ(config.LoadWithContent(doc.c_str()), c.loads) << c.entry;
+    if (c.loads) {
+      ASSERT_EQ(config.devices().size(), 1u);
+      c.check(config.devices()[0]);
+    }
+  }
+}
+
+TEST(Config, ParseErrorIsLoggedWithTheParserText) {
+  auto log = unit::log_file();
+  VorelSKFConfig config;
+  EXPECT_FALSE(config.LoadWithContent("{"));
+  std::string text = log.since();
+  auto at = text.find("[ERROR] [VorelSKFConfig::LoadWithContent] Fail to parse JSON from content, because: ");
+  ASSERT_NE(at, std::string::npos) << text;
+  EXPECT_NE(text.find("parse error", at), std::string::npos);
+}
+
+TEST(Config, MissingFileIsAWarning) {
+  auto log = unit::log_file();
+  VorelSKFConfig config;
+  std::string path = testsupport::make_temp_dir("cfg") + "absent.json";
+  EXPECT_FALSE(config.LoadWithPath(path.c_str()));
+  EXPECT_NE(log.since().find("[WARN] [VorelSKFConfig::LoadWithPath] file " + path + " not found"), std::string::npos);
+}
+
+TEST(Config, BadFileNamesThePathForm) {
+  auto log = unit::log_file();
+  std::string path = testsupport::make_temp_dir("cfg") + "bad.json";
+  testsupport::write_file(path, "{\"devices\": [");
+  VorelSKFConfig config;
+  EXPECT_FALSE(config.LoadWithPath(path.c_str()));
+  EXPECT_NE(log.since().find("Fail to parse JSON from config file, because: "), std::string::npos);
+}
+
+TEST(Config, FailedReloadKeepsTheEntriesSuccessfulOneReplacesThem) {
+  VorelSKFConfig config;
+  ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":1},{"type":2}]})"));
+  EXPECT_FALSE(config.LoadWithContent("not json"));
+  EXPECT_FALSE(config.LoadWithContent(R"({"devices":[{"type":"x"}]})"));
+  EXPECT_EQ(config.devices().size(), 2u);
+  ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":9}]})"));
+  ASSERT_EQ(config.devices().size(), 1u);
+  EXPECT_EQ(config.devices()[0].type, 9);
+}
+
+TEST(Config, FirstLoadableLocationWins) {
+  std::string dir = testsupport::make_temp_dir("cfg");
+  testsupport::write_file(dir + "first.json", R"({"devices":[{"type":11}]})");
+  testsupport::write_file(dir + "second.json", R"({"devices":[{"type":22}]})");
+  VorelSKFConfig config;
+  ASSERT_TRUE(config.LoadFirst({dir + "first.json", dir + "second.json"}));
+  EXPECT_EQ(config.devices()[0].type, 11);
+  VorelSKFConfig fallback;
+  ASSERT_TRUE(fallback.LoadFirst({dir + "missing.json", dir + "second.json"}));
+  EXPECT_EQ(fallback.devices()[0].type, 22);
+  VorelSKFConfig none;
+  EXPECT_FALSE(none.LoadFirst({dir + "missing.json"}));
+  EXPECT_TRUE(none.devices().empty());
+}
+
+TEST(Config, CurrentFolderFileComesFirst) {
+  const auto& paths = vorel::default_config_paths();
+  ASSERT_EQ(paths.size(), 2u);
+  EXPECT_EQ(paths[0], "vorelskf.json");
+}
+
+}  // namespace

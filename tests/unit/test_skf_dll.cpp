@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "core/config.h"
+#include "core/skf_dll/skf_dll.h"
+#include "unit.h"
+#include "vendor.h"
+
+using namespace vorel;
+using testsupport::count;
+
+namespace {
+
+const int kResolvedNames = 89;
+
+TEST(SkfDll, ResolvesWhatTheVendorExportsAndWarnsForTheRest) {
+  auto log = unit::log_file();
+  SkfDll* dll = new_skf_dll("FIXTURE", 7, unit::fixture_path().c_str());
+  ASSERT_NE(dll, nullptr);
+  EXPECT_STREQ(dll->name, "FIXTURE");
+  EXPECT_EQ(dll->type, 7);
+  EXPECT_NE(dll->SKF_GenRandom, nullptr);
+  EXPECT_NE(dll->SKF_CloseHandle, nullptr);
+  EXPECT_NE(dll->SKF_EnumDev, nullptr);
+  EXPECT_NE(dll->SKF_ECCDecrypt_vendor, nullptr);
+  EXPECT_EQ(dll->SKF_Transmit, nullptr);
+  EXPECT_EQ(dll->SKF_RSADecrypt, nullptr);
+  std::string text = log.since();
+  EXPECT_NE(text.find("[WARN] [new_skf_dll] vorel_dso_getfunction SKF_WaitForDevEvent fail"), std::string::npos);
+  EXPECT_NE(text.find("vorel_dso_getfunction SKF_ECCDecryptEx fail"), std::string::npos);
+  EXPECT_EQ(text.find("vorel_dso_getfunction SKF_GenRandom fail"), std::string::npos);
+  EXPECT_EQ(count(text, "vorel_dso_getfunction "), static_cast<std::size_t>(kResolvedNames - 4));
+  EXPECT_NE(text.find("[DEBUG] [new_skf_dll] dll_path : " + unit::fixture_path()), std::string::npos);
+  free_skf_dll(dll);
+}
+
+TEST(SkfDll, ModuleWithoutSkfFunctionsIsKept) {
+  auto log = unit::log_file();
+  SkfDll* dll = new_skf_dll("EMPTY", 8, unit::empty_path().c_str());
+  ASSERT_NE(dll, nullptr);
+  EXPECT_EQ(dll->SKF_GenRandom, nullptr);
+  EXPECT_EQ(count(log.since(), "[WARN] [new_skf_dll] vorel_dso_getfunction "), static_cast<std::size_t>(kResolvedNames));
+  free_skf_dll(dll);
+}
+
+TEST(SkfDll, UnloadablePathLogsTheSystemError) {
+  auto log = unit::log_file();
+  std::string missing = testsupport::make_temp_dir("dll") + "no-such-vendor.so";
+  EXPECT_EQ(new_skf_dll("MISSING", 9, missing.c_str()), nullptr);
+  std::string text = log.since();
+  auto at = text.find("[ERROR] [new_skf_dll] vorel_dso_load fail, error = ");
+  ASSERT_NE(at, std::string::npos);
+  int error = std::atoi(text.c_str() + at + std::strlen("[ERROR] [new_skf_dll] vorel_dso_load fail, error = "));
+  EXPECT_NE(error, 0);
+}
+
+TEST(SkfDll, FreeAcceptsNull) { free_skf_dll(nullptr); }
+
+class SkfSetTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    GetVorelSKFConfig().LoadWithContent("{}");
+    free_skf_set(GetSkfSet());
+  }
+};
+
+TEST_F(SkfSetTest, OnlyVendorEntriesLoadAndFailuresFallToTheCryptoRoute) {
+  auto log = unit::log_file();
+  std::string config = std::string(R"({"devices":[{"type":4,"isskf":false,"dllpath":"never-loaded.so"},)") +
+                       R"({"type":5,"isskf":true,"dllpath":"missing-vendor-module"},)" +
+                       R"({"type":7,"isskf":true,"dllpath":")" + testsupport::json_escape(unit::fixture_path()) +
+                       R"("}]})";
+  ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
+  EXPECT_EQ(find_skf_dll(4), nullptr);
+  EXPECT_EQ(find_skf_dll(5), nullptr);
+  EXPECT_NE(find_skf_dll(7), nullptr);
+  std::string text = log.since();
+  EXPECT_EQ(text.find("dll_path : never-loaded.so"), std::string::npos);
+  EXPECT_NE(text.find("dll_path : missing-vendor-module"), std::string::npos);
+  EXPECT_EQ(count(text, "vorel_dso_load fail"), 1u);
+}
+
+TEST_F(SkfSetTest, LaterEntryOfTheSameTypeReplacesTheEarlier) {
+  std::string path = testsupport::json_escape(unit::fixture_path());
+  std::string config = R"({"devices":[{"name":"FIRST","type":7,"isskf":true,"dllpath":")" + path +
+                       R"("},{"name":"SECOND","type":7,"isskf":true,"dllpath":")" + path + R"("}]})";
+  ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
+  ASSERT_NE(find_skf_dll(7), nullptr);
+  EXPECT_STREQ(find_skf_dll(7)->name, "SECOND");
+  EXPECT_EQ(GetSkfSet().size(), 1u);
+}
+
+TEST_F(SkfSetTest, ReloadFreesEachLoadedTypeOnceBeforeLoadingAgain) {
+  std::string config = unit::vendor_config();
+  ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
+  auto log = unit::log_file();
+  ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
+  std::string text = log.since();
+  EXPECT_EQ(count(text, "[DEBUG] [free_skf_set] free skf dll, type : 7"), 1u);
+  EXPECT_EQ(count(text, "[DEBUG] [free_skf_set] free skf dll, type : 8"), 1u);
+  EXPECT_EQ(count(text, "free skf dll, type : 3"), 0u);
+  EXPECT_LT(text.find("free skf dll"), text.find("dll_path : "));
+}
+
+TEST_F(SkfSetTest, FailedReloadLeavesTheMapAsItWas) {
+  std::string config = unit::vendor_config();
+  ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
+  SkfDll* before = find_skf_dll(7);
+  auto log = unit::log_file();
+  EXPECT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>("{")), static_cast<ULONG>(SAR_FAIL));
+  std::string missing = testsupport::make_temp_dir("cfg") + "none.json";
+  EXPECT_EQ(SKF_LoadConfigurationWithPath(const_cast<char*>(missing.c_str())), static_cast<ULONG>(SAR_FAIL));
+  EXPECT_EQ(find_skf_dll(7), before);
+  EXPECT_EQ(GetVorelSKFConfig().devices().size(), 3u);
+  std::string text = log.since();
+  EXPECT_NE(text.find("Fail to parse JSON from content, because: "), std::string::npos);
+  EXPECT_NE(text.find("SKF_LoadConfigurationWithContent return: 0x0a000001"), std::string::npos);
+  EXPECT_EQ(text.find("free skf dll"), std::string::npos);
+}
+
+TEST_F(SkfSetTest, LoadingFromAFileRebuildsTheMap) {
+  std::string path = testsupport::make_temp_dir("cfg") + "vorelskf.json";
+  testsupport::write_file(path, unit::vendor_config());
+  ASSERT_EQ(SKF_LoadConfigurationWithPath(const_cast<char*>(path.c_str())), static_cast<ULONG>(SAR_OK));
+  EXPECT_NE(find_skf_dll(7), nullptr);
+  EXPECT_NE(find_skf_dll(8), nullptr);
+}
+
+}  // namespace
