@@ -91,7 +91,15 @@ void LogFile::mark() { offset_ = read_file(path_).size(); }
 
 std::string LogFile::since() const {
   std::string all = read_file(path_);
-  return all.size() > offset_ ? all.substr(offset_) : std::string();
+  std::string text = all.size() > offset_ ? all.substr(offset_) : std::string();
+  // The log is a text file: lines end in CR LF on Windows.
+  std::string lines;
+  lines.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+    lines += text[i];
+  }
+  return lines;
 }
 
 std::vector<std::string> LogFile::lines_since() const {
@@ -114,10 +122,24 @@ int run_process(const std::string& exe, const std::vector<std::string>& args) {
   for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
 #ifdef _WIN32
-  // The C runtime joins argv with blanks; quote each argument so paths survive.
+  // The C runtime joins argv with blanks: quote each argument, doubling the backslashes that
+  // precede a quote, so that paths ending in a separator survive.
   std::vector<std::string> quoted;
   for (char* a : argv) {
-    if (a) quoted.push_back("\"" + std::string(a) + "\"");
+    if (!a) continue;
+    std::string q = "\"";
+    std::size_t slashes = 0;
+    for (const char* p = a; *p; ++p) {
+      if (*p == '\\') {
+        ++slashes;
+      } else {
+        if (*p == '"') q.append(slashes + 1, '\\');
+        slashes = 0;
+      }
+      q += *p;
+    }
+    q.append(slashes, '\\');
+    quoted.push_back(q + "\"");
   }
   std::vector<const char*> qargv;
   for (const std::string& q : quoted) qargv.push_back(q.c_str());

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs the dependencies, builds the Linux and Windows libraries and runs every suite
+# (the Windows ones under wine64). Exits non-zero on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+
+jobs=$(nproc)
+export WINEDEBUG=-all
+export WINEPREFIX="$PWD/build/wineprefix"
+
+echo "== Linux (OpenSSL)"
+cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build/linux -j"$jobs"
+ctest --test-dir build/linux --output-on-failure
+
+echo "== Linux (libgcrypt): the crypto library with its other implementation"
+cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPTO_BACKEND=gcrypt \
+  -DVOREL_BUILD_BENCH=OFF >/dev/null
+cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests
+ctest --test-dir build/linux-gcrypt --output-on-failure -R crypto_tests
+
+echo "== Windows x64 (mingw-w64, libgcrypt) under wine64"
+cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake >/dev/null
+cmake --build build/windows -j"$jobs"
+ctest --test-dir build/windows --output-on-failure
