@@ -1,4 +1,4 @@
-// The library's own exports: private-key decryption by key specification, configuration loading.
+// The library's own exports: private-key decryption chosen by keySpec, configuration loading.
 #include "core/config.h"
 #include "core/frame.h"
 
@@ -6,7 +6,7 @@ using namespace vorel;
 
 extern "C" {
 
-// Key specification 2 selects the signing key pair; any other value the encryption key pair.
+// keySpec 2 selects the signing key pair; any other value the encryption key pair.
 ULONG DEVAPI SKFEX_ECCDecrypt(HCONTAINER hContainer, int32_t keySpec, PECCCIPHERBLOB pCipherText, BYTE* pbData,
                               ULONG* pulDataLen) {
   CallStackTracer tracer("SKFEX_ECCDecrypt");

@@ -26,33 +26,32 @@ std::string folder_with_vendor_config() {
   return dir;
 }
 
-TEST(Lifecycle, LoadingLogsTheVersionOnceAtTheDefaultLevel) {
+// Runs the probe with its own log file at the given level (nullptr: unset); returns the log.
+std::string run_probe(const char* level, const std::vector<std::string>& args) {
   std::string log = testsupport::make_temp_dir("log") + "skf.log";
   ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
-  ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
-  ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
-  std::string text = testsupport::read_file(log);
+  ScopedEnv logLevel("VOREL_SKF_LOG_LEVEL", level);
+  std::vector<std::string> all{library()};
+  all.insert(all.end(), args.begin(), args.end());
+  EXPECT_EQ(testsupport::run_process(probe(), all), 0);
+  return testsupport::read_file(log);
+}
+
+TEST(Lifecycle, LoadingLogsTheVersionOnceAtTheDefaultLevel) {
+  std::string text = run_probe(nullptr, {"-"});
   EXPECT_EQ(count(text, "[INFO] [DllMain] Version : 1.1.2.4"), 1u) << text;
   EXPECT_EQ(count(text, "[DEBUG]"), 0u);
 }
 
 TEST(Lifecycle, BelowInfoNoVersionLineButTheMapIsStillBuilt) {
-  std::string log = testsupport::make_temp_dir("log") + "skf.log";
-  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
-  ScopedEnv level("VOREL_SKF_LOG_LEVEL", "2");
-  ASSERT_EQ(testsupport::run_process(probe(), {library(), folder_with_vendor_config()}), 0);
-  std::string text = testsupport::read_file(log);
+  std::string text = run_probe("2", {folder_with_vendor_config()});
   EXPECT_EQ(count(text, "Version : "), 0u);
   // The fixture lacks most functions: each missing one is a warning of the load at start.
   EXPECT_NE(text.find("[WARN] [new_skf_dll] vorel_dso_getfunction SKF_Transmit fail"), std::string::npos) << text;
 }
 
 TEST(Lifecycle, CurrentFolderConfigurationIsReadAtLoadAndEachTypeFreedAtUnload) {
-  std::string log = testsupport::make_temp_dir("log") + "skf.log";
-  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
-  ScopedEnv level("VOREL_SKF_LOG_LEVEL", "4");
-  ASSERT_EQ(testsupport::run_process(probe(), {library(), folder_with_vendor_config()}), 0);
-  std::string text = testsupport::read_file(log);
+  std::string text = run_probe("4", {folder_with_vendor_config()});
   EXPECT_EQ(count(text, "[DEBUG] [new_skf_dll] type : 7"), 1u) << text;
   EXPECT_EQ(count(text, "[DEBUG] [free_skf_set] free skf dll, type : 7"), 1u);
   EXPECT_EQ(count(text, "free skf dll, type : 3"), 0u);
@@ -60,12 +59,8 @@ TEST(Lifecycle, CurrentFolderConfigurationIsReadAtLoadAndEachTypeFreedAtUnload) 
 }
 
 TEST(Lifecycle, ReloadThroughTheExportFreesThenLoads) {
-  std::string log = testsupport::make_temp_dir("log") + "skf.log";
   std::string cwd = folder_with_vendor_config();
-  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
-  ScopedEnv level("VOREL_SKF_LOG_LEVEL", "4");
-  ASSERT_EQ(testsupport::run_process(probe(), {library(), cwd, cwd + "vorelskf.json"}), 0);
-  std::string text = testsupport::read_file(log);
+  std::string text = run_probe("4", {cwd, cwd + "vorelskf.json"});
   EXPECT_EQ(count(text, "free skf dll, type : 7"), 2u);  // reload, then unload
   EXPECT_EQ(count(text, "[DEBUG] [new_skf_dll] type : 7"), 2u);
 }
