@@ -116,36 +116,42 @@ std::size_t count(const std::string& haystack, const std::string& needle) {
   return n;
 }
 
+namespace {
+
+#ifdef _WIN32
+// The C runtime joins argv with blanks: quote the argument, doubling the backslashes that
+// precede a quote, so that paths ending in a separator survive.
+std::string quote(const std::string& arg) {
+  std::string q = "\"";
+  std::size_t slashes = 0;
+  for (char c : arg) {
+    if (c == '\\') {
+      ++slashes;
+    } else {
+      if (c == '"') q.append(slashes + 1, '\\');
+      slashes = 0;
+    }
+    q += c;
+  }
+  q.append(slashes, '\\');
+  return q + "\"";
+}
+#endif
+
+}  // namespace
+
 int run_process(const std::string& exe, const std::vector<std::string>& args) {
+  std::vector<std::string> words{exe};
+  words.insert(words.end(), args.begin(), args.end());
+#ifdef _WIN32
+  for (std::string& w : words) w = quote(w);
+#endif
   std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(exe.c_str()));
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  for (std::string& w : words) argv.push_back(&w[0]);
   argv.push_back(nullptr);
 #ifdef _WIN32
-  // The C runtime joins argv with blanks: quote each argument, doubling the backslashes that
-  // precede a quote, so that paths ending in a separator survive.
-  std::vector<std::string> quoted;
-  for (char* a : argv) {
-    if (!a) continue;
-    std::string q = "\"";
-    std::size_t slashes = 0;
-    for (const char* p = a; *p; ++p) {
-      if (*p == '\\') {
-        ++slashes;
-      } else {
-        if (*p == '"') q.append(slashes + 1, '\\');
-        slashes = 0;
-      }
-      q += *p;
-    }
-    q.append(slashes, '\\');
-    quoted.push_back(q + "\"");
-  }
-  std::vector<const char*> qargv;
-  for (const std::string& q : quoted) qargv.push_back(q.c_str());
-  qargv.push_back(nullptr);
   std::fflush(nullptr);
-  return static_cast<int>(_spawnv(_P_WAIT, exe.c_str(), qargv.data()));
+  return static_cast<int>(_spawnv(_P_WAIT, exe.c_str(), argv.data()));
 #else
   pid_t pid;
   if (posix_spawn(&pid, exe.c_str(), nullptr, nullptr, argv.data(), environ) != 0) return -1;
