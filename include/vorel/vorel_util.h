@@ -28,6 +28,15 @@ vorel_dso* vorel_dso_load(const vorel_ustring* path);
 vorel_fnptr vorel_dso_getfunction(vorel_dso* dso, const char* name);
 void vorel_dso_free(vorel_dso* dso);
 
+/* Points in time (UTC, whole seconds). */
+typedef struct vorel_time_st vorel_time;
+/* From "YYYYMMDDHHMMSSZ" (as certificate attributes give it) or "YYMMDDHHMMSSZ" (UTCTime);
+ * NULL for any other text. */
+vorel_time* vorel_time_newutctime(const char* text);
+/* -1 when a is earlier than b, 0 when equal, 1 when later; NULL compares as equal. */
+int vorel_time_cmp(const vorel_time* a, const vorel_time* b);
+void vorel_time_free(vorel_time* t);
+
 #ifdef __cplusplus
 }
 #endif

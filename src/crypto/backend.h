@@ -1,10 +1,21 @@
 // The one seam between vorelcrypto and the cryptographic implementation underneath.
-// Everything above it (objects, encodings, error codes) is written once.
+// Everything above it (objects, encodings, buffering, padding of ciphers, error codes) is
+// written once. Numbers cross the seam as unsigned big-endian bytes.
 #pragma once
 
 #include <cstddef>
 
-namespace vorel::backend {
+#include "crypto/secure.h"
+
+// The test suites link the other implementation too, under another namespace, so that each
+// can be checked against the other.
+#ifndef VOREL_BACKEND_NS
+#define VOREL_BACKEND_NS backend
+#endif
+
+namespace vorel::VOREL_BACKEND_NS {
+
+using crypto::SecureBytes;
 
 // "openssl" or "libgcrypt".
 const char* name();
@@ -24,7 +35,47 @@ bool hash_update(void* ctx, const unsigned char* data, std::size_t len);
 bool hash_final(void* ctx, unsigned char* out);
 void hash_free(void* ctx);
 
-// Symmetric cipher contexts (created by the cipher layer); releases what the backend allocated.
+// Block ciphers over whole blocks, no padding. Des3 always takes a 24-byte key.
+enum class BlockCipher { Sm4, Aes128, Des, Des3 };
+bool cipher_available(BlockCipher cipher);
+void* cipher_new(BlockCipher cipher, bool cbc, bool encrypt, const unsigned char* key, const unsigned char* iv);
+// len is a multiple of the block size; in and out may be the same buffer.
+bool cipher_blocks(void* ctx, const unsigned char* in, std::size_t len, unsigned char* out);
 void cipher_free(void* ctx);
 
-}  // namespace vorel::backend
+// Asymmetric keys: an RSA or SM2 key, public or with its private half.
+struct Key;
+
+struct RsaNumbers {
+  SecureBytes n, e, d, p, q, dp, dq, qinv;
+};
+
+// Results of the key operations below: 1, or a negative VOREL_ERR_* code.
+Key* rsa_generate(unsigned bits, unsigned long exponent);
+// n and e, and with priv the other six numbers; nullptr when the numbers are not a key.
+Key* rsa_import(const RsaNumbers& numbers, bool priv);
+bool rsa_export(const Key* key, RsaNumbers& numbers, bool priv);
+Key* sm2_generate();
+// q: 65 bytes 04 || x || y (may be nullptr when d is given); d: 32 bytes or nullptr.
+// nullptr when the point is not on the curve or d is out of range.
+Key* sm2_import(const unsigned char* q, const unsigned char* d);
+// q: 65 bytes; d (32 bytes) only when not nullptr and the key is private.
+bool sm2_export(const Key* key, unsigned char* q, unsigned char* d);
+void key_free(Key* key);
+
+// k is the modulus length in bytes; in of raw operations is k bytes.
+int rsa_encrypt(const Key* key, bool pkcs1, const unsigned char* in, std::size_t inLen, unsigned char* out);
+int rsa_decrypt(const Key* key, bool pkcs1, const unsigned char* in, std::size_t inLen, unsigned char* out,
+                std::size_t* outLen);
+int rsa_sign_pkcs1(const Key* key, const unsigned char* in, std::size_t inLen, unsigned char* out);
+int rsa_verify_pkcs1(const Key* key, const unsigned char* in, std::size_t inLen, const unsigned char* sig);
+
+// e, r and s are 32 bytes.
+int sm2_sign(const Key* key, const unsigned char* e, unsigned char* r, unsigned char* s);
+int sm2_verify(const Key* key, const unsigned char* e, const unsigned char* r, const unsigned char* s);
+// out: len + 97 bytes, 04 || x1 || y1 || C2 || C3 with C3 = SM3(x2 || M || y2).
+int sm2_encrypt(const Key* key, const unsigned char* m, std::size_t len, unsigned char* out);
+// out: len - 97 bytes.
+int sm2_decrypt(const Key* key, const unsigned char* c, std::size_t len, unsigned char* out);
+
+}  // namespace vorel::VOREL_BACKEND_NS

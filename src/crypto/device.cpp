@@ -2,10 +2,11 @@
 // random bytes, result codes and library-owned memory.
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "crypto/backend.h"
-#include "crypto/error.h"
+#include "crypto/internal.h"
 #include "crypto/objects.h"
 #include "vorel/vorel_crypto.h"
 
@@ -30,6 +31,70 @@ int ok() {
   t_last_error = VOREL_OK;
   return VOREL_OK;
 }
+
+int hand_out(const unsigned char* p, std::size_t n, unsigned char** out, std::size_t* outLen) {
+  // Never a null buffer for an empty result: callers copy from it unconditionally.
+  auto* buf = static_cast<unsigned char*>(std::malloc(n > 0 ? n : 1));
+  if (!buf) return fail(VOREL_ERR_MEMORY);
+  if (n > 0) std::memcpy(buf, p, n);
+  *out = buf;
+  *outLen = n;
+  return ok();
+}
+
+int hand_out_text(const char* text, std::size_t n, char** out) {
+  auto* buf = static_cast<char*>(std::malloc(n + 1));
+  if (!buf) return fail(VOREL_ERR_MEMORY);
+  if (n > 0) std::memcpy(buf, text, n);
+  buf[n] = '\0';
+  *out = buf;
+  return ok();
+}
+
+namespace {
+bool rsa_bits_ok(int bits) { return bits == 1024 || bits == 2048 || bits == 3072 || bits == 4096; }
+bool asymmetric_usage(int usage) { return usage >= VOREL_USAGE_ENCRYPT && usage <= VOREL_USAGE_VERIFY; }
+bool encryption_usage(int usage) { return usage >= VOREL_USAGE_ENCRYPT && usage <= VOREL_USAGE_UNWRAP; }
+bool signing_usage(int usage) { return usage == VOREL_USAGE_SIGN || usage == VOREL_USAGE_VERIFY; }
+
+// What this library can really do; SM1 and SSF33 exist only in hardware.
+bool supported(int alg, int bits, int usage, const void* param) {
+  switch (alg) {
+    case VOREL_ALG_RSA:
+      return rsa_bits_ok(bits) && asymmetric_usage(usage);
+    case VOREL_ALG_SM2:
+      return bits == 256 && asymmetric_usage(usage);
+    case VOREL_MECH_RSA_PKCS1:
+    case VOREL_MECH_RSA_RAW:
+      return rsa_bits_ok(bits) && encryption_usage(usage);
+    case VOREL_MECH_RSA_PKCS1_SIGN:
+      return rsa_bits_ok(bits) && signing_usage(usage);
+    case VOREL_MECH_SM2_SIGN:
+    case VOREL_MECH_SM2_SM3_SIGN:
+      return bits == 256 && signing_usage(usage);
+    case VOREL_MECH_SM2_ENCRYPT:
+      return bits == 256 && encryption_usage(usage) && (!param || *static_cast<const int*>(param) == VOREL_HASH_SM3);
+    case VOREL_HASH_SM3:
+    case VOREL_HASH_SHA1:
+    case VOREL_HASH_SHA256:
+      return true;
+    default:
+      break;
+  }
+  if (!cipher_supported(alg)) return false;
+  if (usage != VOREL_USAGE_ENCRYPT && usage != VOREL_USAGE_DECRYPT) return false;
+  switch (alg) {
+    case VOREL_CIPHER_DES_ECB:
+    case VOREL_CIPHER_DES_CBC:
+      return bits == 64 || bits == 56;
+    case VOREL_CIPHER_3DES_ECB:
+    case VOREL_CIPHER_3DES_CBC:
+      return bits == 112 || bits == 128 || bits == 168 || bits == 192;
+    default:
+      return bits == 128;
+  }
+}
+}  // namespace
 
 }  // namespace vorel::crypto
 
@@ -68,6 +133,12 @@ void VorelPKICryptoFreeDevice(VOREL_DEVICE* device) {
   if (device->refs.fetch_sub(1, std::memory_order_acq_rel) == 1 && device->type != VOREL_DEVICE_PSEUDO) {
     delete device;
   }
+}
+
+int VorelPKICryptoIsSupportedAlgorithm(VOREL_DEVICE* device, int alg, int bits, int usage, const void* param) {
+  if (!device) return fail(VOREL_ERR_PARAM), 0;
+  ok();
+  return vorel::crypto::supported(alg, bits, usage, param) ? 1 : 0;
 }
 
 int VorelPKICryptoGenerateRandom(VOREL_DEVICE* device, std::size_t len, unsigned char* out) {

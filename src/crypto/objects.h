@@ -2,12 +2,35 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
+#include <string>
+#include <vector>
 
+#include "crypto/backend.h"
 #include "vorel/vorel_crypto.h"
 
 struct vorel_device_st {
   int type;
   std::atomic<int> refs;
+};
+
+// Shared by every reference (DupKeypair); freed with the last one.
+struct vorel_keypair_st {
+  std::atomic<int> refs{1};
+  VOREL_DEVICE* device = nullptr;  // a reference of its own
+  int alg = 0;                     // VOREL_ALG_*
+  int bits = 0;
+  int type = 0;  // VOREL_KEYPAIR_*
+  std::string label;
+  vorel::backend::Key* key = nullptr;  // both halves
+  std::mutex lock;                     // guards cert
+  std::vector<unsigned char> cert;     // DER; empty when none
+};
+
+struct vorel_publickey_st {
+  int alg = 0;
+  int bits = 0;
+  vorel::backend::Key* key = nullptr;  // public half only
 };
 
 struct vorel_hash_st {
@@ -17,5 +40,11 @@ struct vorel_hash_st {
 };
 
 struct vorel_cipher_st {
-  void* ctx;  // backend cipher context
+  void* ctx = nullptr;  // backend block-cipher context
+  bool encrypt = true;
+  int padding = VOREL_PADDING_NONE;
+  std::size_t block = 16;
+  unsigned char held[16] = {};  // input not yet processed
+  std::size_t heldLen = 0;
+  bool finished = false;
 };

@@ -61,3 +61,75 @@ void vorel_dso_free(vorel_dso* dso) {
 }
 
 }  // extern "C"
+
+// ---- time ----
+
+struct vorel_time_st {
+  long long seconds;  // since 1970-01-01T00:00:00Z
+};
+
+namespace {
+
+// Days from 1970-01-01 to a civil date (proleptic Gregorian).
+long long days_from_civil(int y, unsigned m, unsigned d) {
+  y -= m <= 2;
+  const long long era = (y >= 0 ? y : y - 399) / 400;
+  const unsigned yoe = static_cast<unsigned>(y - era * 400);
+  const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + static_cast<long long>(doe) - 719468;
+}
+
+bool digits(const char* p, int n, int* value) {
+  int v = 0;
+  for (int i = 0; i < n; ++i) {
+    if (p[i] < '0' || p[i] > '9') return false;
+    v = v * 10 + (p[i] - '0');
+  }
+  *value = v;
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+vorel_time* vorel_time_newutctime(const char* text) {
+  if (!text) return nullptr;
+  std::size_t len = std::strlen(text);
+  int year, month, day, hour, minute, second;
+  const char* p = text;
+  if (len == 15) {
+    if (!digits(p, 4, &year)) return nullptr;
+    p += 4;
+  } else if (len == 13) {
+    // UTCTime: years 50-99 are 19xx (RFC 5280).
+    if (!digits(p, 2, &year)) return nullptr;
+    year += year < 50 ? 2000 : 1900;
+    p += 2;
+  } else {
+    return nullptr;
+  }
+  if (!digits(p, 2, &month) || !digits(p + 2, 2, &day) || !digits(p + 4, 2, &hour) || !digits(p + 6, 2, &minute) ||
+      !digits(p + 8, 2, &second) || p[10] != 'Z')
+    return nullptr;
+  static const int kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  if (month < 1 || month > 12 || day < 1 || day > kDays[month - 1] || (month == 2 && day == 29 && !leap) || hour > 23 ||
+      minute > 59 || second > 59)
+    return nullptr;
+  auto* t = static_cast<vorel_time*>(vorel_malloc(sizeof(vorel_time)));
+  if (!t) return nullptr;
+  t->seconds = days_from_civil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400 + hour * 3600 +
+               minute * 60 + second;
+  return t;
+}
+
+int vorel_time_cmp(const vorel_time* a, const vorel_time* b) {
+  if (!a || !b) return 0;
+  return a->seconds < b->seconds ? -1 : a->seconds > b->seconds ? 1 : 0;
+}
+
+void vorel_time_free(vorel_time* t) { vorel_free(t); }
+
+}  // extern "C"

@@ -1,43 +1,57 @@
-// vorelcrypto on its own; this suite is built once for each cryptographic implementation.
-#include <gtest/gtest.h>
-
+// vorelcrypto devices, digests and ciphers; this suite is built once for each implementation.
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "vorel/vorel_crypto.h"
+#include "crypto_support.h"
 
 namespace {
 
-std::string hex(const unsigned char* p, std::size_t n) {
-  static const char digits[] = "0123456789abcdef";
-  std::string s;
-  for (std::size_t i = 0; i < n; ++i) {
-    s += digits[p[i] >> 4];
-    s += digits[p[i] & 15];
-  }
-  return s;
-}
+using namespace crypto_test;
 
-class Crypto : public ::testing::Test {
+class Crypto : public Device {
  protected:
-  void SetUp() override { ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&device_), VOREL_OK); }
-  void TearDown() override { VorelPKICryptoFreeDevice(device_); }
-
   std::string digest(int alg, const std::vector<std::string>& pieces) {
-    VOREL_HASH* hash = nullptr;
-    EXPECT_EQ(VorelPKICryptoNewHash(device_, alg, &hash), VOREL_OK);
+    VOREL_HASH* hash = VorelPKICryptoNewHash(device_, alg);
+    EXPECT_NE(hash, nullptr);
     for (const std::string& p : pieces) {
       EXPECT_EQ(VorelPKICryptoHashUpdate(hash, reinterpret_cast<const unsigned char*>(p.data()), p.size()), VOREL_OK);
     }
-    unsigned char out[64];
-    std::size_t len = sizeof out;
-    EXPECT_EQ(VorelPKICryptoHashFinal(hash, out, &len), VOREL_OK);
+    Out out;
+    EXPECT_EQ(VorelPKICryptoHashFinal(hash, &out.p, &out.n), VOREL_OK);
+    EXPECT_EQ(static_cast<int>(out.n), VorelPKICryptoGetHashLength(hash));
     VorelPKICryptoFreeHash(hash);
-    return hex(out, len);
+    return hex(out.bytes());
   }
 
-  VOREL_DEVICE* device_ = nullptr;
+  // Runs data through a new cipher in pieces of the given sizes (cycled), then Final.
+  int crypt(int alg, bool encrypt, int padding, const Bytes& key, const Bytes& iv, const Bytes& data, Bytes& result,
+            std::vector<std::size_t> pieces = {}) {
+    VOREL_CIPHER* c = VorelPKICryptoNewCipher(device_, encrypt ? 1 : 0, alg, key.data(), key.size(),
+                                              iv.empty() ? nullptr : iv.data());
+    if (!c) return VorelPKIGetLastError();
+    EXPECT_EQ(VorelPKICryptoCipherSetPadding(c, padding), VOREL_OK);
+    if (pieces.empty()) pieces.push_back(data.size() + 1);
+    result.clear();
+    int rc = VOREL_OK;
+    for (std::size_t pos = 0, i = 0; pos < data.size() && rc == VOREL_OK; ++i) {
+      std::size_t n = std::min(pieces[i % pieces.size()], data.size() - pos);
+      Out out;
+      rc = VorelPKICryptoCipherUpdate(c, data.data() + pos, n, &out.p, &out.n);
+      Bytes b = out.bytes();
+      result.insert(result.end(), b.begin(), b.end());
+      pos += n;
+    }
+    if (rc == VOREL_OK) {
+      Out out;
+      rc = VorelPKICryptoCipherFinal(c, &out.p, &out.n);
+      EXPECT_LE(out.n, 16u);
+      Bytes b = out.bytes();
+      result.insert(result.end(), b.begin(), b.end());
+    }
+    VorelPKICryptoFreeCipher(c);
+    return rc;
+  }
 };
 
 TEST_F(Crypto, ReportsItsImplementation) {
@@ -59,9 +73,9 @@ TEST_F(Crypto, FailuresSetTheLastError) {
   EXPECT_EQ(VorelPKIGetLastError(), VOREL_ERR_PARAM);
   EXPECT_EQ(VorelPKICryptoGenerateRandom(device_, sizeof out, out), VOREL_OK);
   EXPECT_EQ(VorelPKIGetLastError(), VOREL_OK);
-  VOREL_HASH* hash = nullptr;
-  EXPECT_EQ(VorelPKICryptoNewHash(device_, 0x1234, &hash), VOREL_ERR_NOT_SUPPORTED);
-  EXPECT_EQ(hash, nullptr);
+  EXPECT_EQ(VorelPKICryptoNewHash(device_, 0x1234), nullptr);
+  EXPECT_EQ(VorelPKIGetLastError(), VOREL_ERR_NOT_SUPPORTED);
+  EXPECT_EQ(VorelPKICryptoGetHashLength(nullptr), -1);
 }
 
 TEST_F(Crypto, PseudoDeviceReferencesAreCounted) {
@@ -83,40 +97,165 @@ TEST_F(Crypto, DigestsMatchPublishedVectors) {
   for (int i = 0; i < 16; ++i) abcd16 += "abcd";
   EXPECT_EQ(digest(VOREL_HASH_SM3, {"abc"}), "66c7f0f462eeedd9d1f2d46bdc10e4e24167c4875cf2f7a2297da02b8f4ba8e0");
   EXPECT_EQ(digest(VOREL_HASH_SM3, {abcd16}), "debe9ff92275b8a138604889c18e5a4d6fdb70e5387e5765293dcba39c0c5732");
+  EXPECT_EQ(digest(VOREL_HASH_SM3, {"ab", "", "c"}), digest(VOREL_HASH_SM3, {"abc"}));
   EXPECT_EQ(digest(VOREL_HASH_SHA1, {"abc"}), "a9993e364706816aba3e25717850c26c9cd0d89d");
   EXPECT_EQ(digest(VOREL_HASH_SHA256, {"abc"}), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(digest(VOREL_HASH_SHA256, {}), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
 }
 
-TEST_F(Crypto, StreamingInOddPiecesEqualsOneShot) {
-  std::string data;
-  for (int i = 0; i < 1000; ++i) data += static_cast<char>(i * 31 + 7);
-  std::vector<std::string> pieces;
-  for (std::size_t at = 0, n = 1; at < data.size(); at += n, n = n * 3 % 17 + 1) pieces.push_back(data.substr(at, n));
-  for (int alg : {VOREL_HASH_SM3, VOREL_HASH_SHA1, VOREL_HASH_SHA256}) {
-    EXPECT_EQ(digest(alg, pieces), digest(alg, {data})) << alg;
+TEST_F(Crypto, AHashIsFinishedOnce) {
+  VOREL_HASH* hash = VorelPKICryptoNewHash(device_, VOREL_HASH_SM3);
+  ASSERT_NE(hash, nullptr);
+  Out first, second;
+  ASSERT_EQ(VorelPKICryptoHashFinal(hash, &first.p, &first.n), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoHashFinal(hash, &second.p, &second.n), VOREL_ERR_PARAM);
+  EXPECT_EQ(VorelPKICryptoHashUpdate(hash, first.p, 1), VOREL_ERR_PARAM);
+  VorelPKICryptoFreeHash(hash);
+}
+
+// Published single-block vectors: GB/T 32907 (SM4), FIPS 197 (AES), FIPS 46 worked example (DES).
+TEST_F(Crypto, BlockCiphersMatchPublishedVectors) {
+  struct Case {
+    int alg;
+    const char *key, *plain, *cipher;
+  } cases[] = {
+      {VOREL_CIPHER_SM4_ECB, "0123456789abcdeffedcba9876543210", "0123456789abcdeffedcba9876543210",
+       "681edf34d206965e86b3e94f536e4246"},
+      {VOREL_CIPHER_AES128_ECB, "000102030405060708090a0b0c0d0e0f", "00112233445566778899aabbccddeeff",
+       "69c4e0d86a7b0430d8cdb78070b4c55a"},
+      {VOREL_CIPHER_DES_ECB, "133457799bbcdff1", "0123456789abcdef", "85e813540f0ab405"},
+      // Only the first 8 key bytes count for DES.
+      {VOREL_CIPHER_DES_ECB, "133457799bbcdff1ffffffffffffffff", "0123456789abcdef", "85e813540f0ab405"},
+      // Three equal DES keys make DES again, in both 3DES key forms.
+      {VOREL_CIPHER_3DES_ECB, "133457799bbcdff1133457799bbcdff1", "0123456789abcdef", "85e813540f0ab405"},
+      {VOREL_CIPHER_3DES_ECB, "133457799bbcdff1133457799bbcdff1133457799bbcdff1", "0123456789abcdef",
+       "85e813540f0ab405"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.key);
+    Bytes out, back;
+    ASSERT_EQ(crypt(c.alg, true, VOREL_PADDING_NONE, unhex(c.key), {}, unhex(c.plain), out), VOREL_OK);
+    EXPECT_EQ(hex(out), c.cipher);
+    ASSERT_EQ(crypt(c.alg, false, VOREL_PADDING_NONE, unhex(c.key), {}, out, back), VOREL_OK);
+    EXPECT_EQ(hex(back), c.plain);
   }
 }
 
-TEST_F(Crypto, HashLengthsAndSizeQueries) {
-  EXPECT_EQ(VorelPKICryptoGetHashLength(VOREL_HASH_SM3), 32);
-  EXPECT_EQ(VorelPKICryptoGetHashLength(VOREL_HASH_SHA1), 20);
-  EXPECT_EQ(VorelPKICryptoGetHashLength(VOREL_HASH_SHA256), 32);
-  VOREL_HASH* hash = nullptr;
-  ASSERT_EQ(VorelPKICryptoNewHash(device_, VOREL_HASH_SM3, &hash), VOREL_OK);
-  std::size_t len = 0;
-  EXPECT_EQ(VorelPKICryptoHashFinal(hash, nullptr, &len), VOREL_OK);
-  EXPECT_EQ(len, 32u);
-  unsigned char small[16];
-  len = sizeof small;
-  EXPECT_EQ(VorelPKICryptoHashFinal(hash, small, &len), VOREL_ERR_BUFFER_SMALL);
-  EXPECT_EQ(len, 32u);
-  unsigned char out[32];
-  EXPECT_EQ(VorelPKICryptoHashFinal(hash, out, &len), VOREL_OK);
-  // A finished hash takes no more input and cannot be finished twice.
-  EXPECT_EQ(VorelPKICryptoHashUpdate(hash, out, 1), VOREL_ERR_PARAM);
-  EXPECT_EQ(VorelPKICryptoHashFinal(hash, out, &len), VOREL_ERR_PARAM);
-  VorelPKICryptoFreeHash(hash);
+TEST_F(Crypto, TwoKeyTripleDesIsK1K2K1AndCbcChainsFromTheIv) {
+  Bytes k1 = unhex("0123456789abcdef"), k2 = unhex("23456789abcdef01");
+  Bytes twoKey = k1, threeKey = k1;
+  twoKey.insert(twoKey.end(), k2.begin(), k2.end());
+  threeKey.insert(threeKey.end(), k2.begin(), k2.end());
+  threeKey.insert(threeKey.end(), k1.begin(), k1.end());
+  Bytes plain = text("sixteen byte msg"), a, b;
+  ASSERT_EQ(crypt(VOREL_CIPHER_3DES_ECB, true, VOREL_PADDING_NONE, twoKey, {}, plain, a), VOREL_OK);
+  ASSERT_EQ(crypt(VOREL_CIPHER_3DES_ECB, true, VOREL_PADDING_NONE, threeKey, {}, plain, b), VOREL_OK);
+  EXPECT_EQ(a, b);
+
+  // CBC's first block is ECB of plaintext XOR IV.
+  Bytes key = unhex("0123456789abcdeffedcba9876543210"), iv(16), block = text("0123456789abcdef");
+  for (int i = 0; i < 16; ++i) iv[i] = static_cast<unsigned char>(i * 7);
+  Bytes mixed = block;
+  for (int i = 0; i < 16; ++i) mixed[i] ^= iv[i];
+  Bytes cbc, ecb;
+  ASSERT_EQ(crypt(VOREL_CIPHER_SM4_CBC, true, VOREL_PADDING_NONE, key, iv, block, cbc), VOREL_OK);
+  ASSERT_EQ(crypt(VOREL_CIPHER_SM4_ECB, true, VOREL_PADDING_NONE, key, {}, mixed, ecb), VOREL_OK);
+  EXPECT_EQ(cbc, ecb);
+}
+
+TEST_F(Crypto, StreamingInOddPiecesEqualsOneShotForEveryCipher) {
+  const int algs[] = {VOREL_CIPHER_SM4_ECB, VOREL_CIPHER_SM4_CBC, VOREL_CIPHER_AES128_ECB, VOREL_CIPHER_AES128_CBC,
+                      VOREL_CIPHER_DES_ECB, VOREL_CIPHER_DES_CBC, VOREL_CIPHER_3DES_ECB,   VOREL_CIPHER_3DES_CBC};
+  Bytes key(24), iv(16), data(77);
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<unsigned char>(i * 31 + 5);
+  for (std::size_t i = 0; i < key.size(); ++i) key[i] = static_cast<unsigned char>(i + 1);
+  for (int alg : algs) {
+    bool des = alg <= VOREL_CIPHER_3DES_CBC;
+    Bytes k(key.begin(), key.begin() + (des ? 24 : 16));
+    for (std::size_t len : {std::size_t{0}, std::size_t{7}, std::size_t{16}, std::size_t{77}}) {
+      SCOPED_TRACE(std::to_string(alg) + "/" + std::to_string(len));
+      Bytes in(data.begin(), data.begin() + static_cast<long>(len)), whole, pieces, back;
+      ASSERT_EQ(crypt(alg, true, VOREL_PADDING_PKCS7, k, iv, in, whole), VOREL_OK);
+      std::size_t b = des ? 8 : 16;
+      EXPECT_EQ(whole.size(), (len / b + 1) * b);
+      ASSERT_EQ(crypt(alg, true, VOREL_PADDING_PKCS7, k, iv, in, pieces, {1, 3, 5, 17}), VOREL_OK);
+      EXPECT_EQ(pieces, whole);
+      ASSERT_EQ(crypt(alg, false, VOREL_PADDING_PKCS7, k, iv, whole, back, {3, 11}), VOREL_OK);
+      EXPECT_EQ(back, in);
+    }
+  }
+}
+
+TEST_F(Crypto, UpdateHoldsBackWhatFinalMayNeed) {
+  Bytes key(16, 0x11), iv(16, 0x22), data(20, 0x33);
+  VOREL_CIPHER* enc = VorelPKICryptoNewCipher(device_, 1, VOREL_CIPHER_SM4_CBC, key.data(), 16, iv.data());
+  ASSERT_NE(enc, nullptr);
+  ASSERT_EQ(VorelPKICryptoCipherSetPadding(enc, VOREL_PADDING_PKCS7), VOREL_OK);
+  Out part, last;
+  ASSERT_EQ(VorelPKICryptoCipherUpdate(enc, data.data(), data.size(), &part.p, &part.n), VOREL_OK);
+  EXPECT_EQ(part.n, 16u);
+  ASSERT_EQ(VorelPKICryptoCipherFinal(enc, &last.p, &last.n), VOREL_OK);
+  EXPECT_EQ(last.n, 16u);
+  Out again;
+  EXPECT_EQ(VorelPKICryptoCipherFinal(enc, &again.p, &again.n), VOREL_ERR_PARAM);
+  VorelPKICryptoFreeCipher(enc);
+
+  // Decrypting 32 bytes with padding yields only the first block before Final.
+  Bytes ct = part.bytes();
+  ct.insert(ct.end(), last.p, last.p + last.n);
+  VOREL_CIPHER* dec = VorelPKICryptoNewCipher(device_, 0, VOREL_CIPHER_SM4_CBC, key.data(), 16, iv.data());
+  ASSERT_EQ(VorelPKICryptoCipherSetPadding(dec, VOREL_PADDING_PKCS7), VOREL_OK);
+  Out first, rest;
+  ASSERT_EQ(VorelPKICryptoCipherUpdate(dec, ct.data(), ct.size(), &first.p, &first.n), VOREL_OK);
+  EXPECT_EQ(first.n, 16u);
+  ASSERT_EQ(VorelPKICryptoCipherFinal(dec, &rest.p, &rest.n), VOREL_OK);
+  EXPECT_EQ(rest.n, 4u);
+  VorelPKICryptoFreeCipher(dec);
+}
+
+TEST_F(Crypto, CipherRefusals) {
+  Bytes key(16, 1), iv(16, 2), out;
+  // Bad padding, a partial block without padding, keys and modes that do not exist.
+  Bytes ct;
+  ASSERT_EQ(crypt(VOREL_CIPHER_SM4_ECB, true, VOREL_PADDING_NONE, key, {}, Bytes(16, 0x55), ct), VOREL_OK);
+  EXPECT_EQ(crypt(VOREL_CIPHER_SM4_ECB, false, VOREL_PADDING_PKCS7, key, {}, ct, out), VOREL_ERR_DECRYPT);
+  EXPECT_EQ(crypt(VOREL_CIPHER_SM4_ECB, true, VOREL_PADDING_NONE, key, {}, Bytes(17, 0), out), VOREL_ERR_DATA_LEN);
+  EXPECT_EQ(crypt(VOREL_CIPHER_SM4_ECB, false, VOREL_PADDING_PKCS7, key, {}, Bytes(15, 0), out), VOREL_ERR_DATA_LEN);
+  EXPECT_EQ(crypt(VOREL_CIPHER_SM4_CBC, true, VOREL_PADDING_NONE, key, {}, Bytes(16, 0), out), VOREL_ERR_PARAM);
+  EXPECT_EQ(crypt(VOREL_CIPHER_AES128_ECB, true, VOREL_PADDING_NONE, Bytes(24, 1), {}, Bytes(16, 0), out),
+            VOREL_ERR_PARAM);
+  EXPECT_EQ(crypt(VOREL_CIPHER_SM1_ECB, true, VOREL_PADDING_NONE, key, {}, Bytes(16, 0), out), VOREL_ERR_NOT_SUPPORTED);
+  EXPECT_EQ(crypt(VOREL_CIPHER_SSF33_CBC, true, VOREL_PADDING_NONE, key, iv, Bytes(16, 0), out),
+            VOREL_ERR_NOT_SUPPORTED);
+  VOREL_CIPHER* c = VorelPKICryptoNewCipher(device_, 1, VOREL_CIPHER_SM4_ECB, key.data(), 16, nullptr);
+  EXPECT_EQ(VorelPKICryptoCipherSetPadding(c, 3), VOREL_ERR_PARAM);
+  VorelPKICryptoFreeCipher(c);
+}
+
+// The capability table a connected device's DEVINFO is built from.
+TEST_F(Crypto, SupportedAlgorithmsAreWhatTheLibraryRuns) {
+  const int sm3 = VOREL_HASH_SM3, sha1 = VOREL_HASH_SHA1;
+  struct Case {
+    int alg, bits, usage;
+    const void* param;
+    int expected;
+  } cases[] = {
+      {VOREL_CIPHER_SM1_ECB, 128, 1, nullptr, 0},    {VOREL_CIPHER_SM1_CBC, 128, 2, nullptr, 0},
+      {VOREL_CIPHER_SSF33_ECB, 128, 1, nullptr, 0},  {VOREL_CIPHER_SSF33_CBC, 128, 2, nullptr, 0},
+      {VOREL_CIPHER_SM4_ECB, 128, 1, nullptr, 1},    {VOREL_CIPHER_SM4_CBC, 128, 2, nullptr, 1},
+      {VOREL_CIPHER_AES128_ECB, 128, 1, nullptr, 1}, {VOREL_CIPHER_AES128_CBC, 128, 2, nullptr, 1},
+      {VOREL_CIPHER_3DES_ECB, 168, 1, nullptr, 1},   {VOREL_CIPHER_3DES_CBC, 168, 2, nullptr, 1},
+      {VOREL_CIPHER_DES_ECB, 64, 1, nullptr, 1},     {VOREL_CIPHER_DES_CBC, 64, 2, nullptr, 1},
+      {VOREL_CIPHER_SM4_ECB, 256, 1, nullptr, 0},    {VOREL_CIPHER_SM4_ECB, 128, 5, nullptr, 0},
+      {VOREL_MECH_RSA_PKCS1, 1024, 2, nullptr, 1},   {VOREL_MECH_RSA_RAW, 1024, 2, nullptr, 1},
+      {VOREL_MECH_RSA_PKCS1, 1000, 2, nullptr, 0},   {VOREL_MECH_SM2_ENCRYPT, 256, 2, &sm3, 1},
+      {VOREL_MECH_SM2_ENCRYPT, 256, 2, &sha1, 0},    {VOREL_MECH_SM2_SM3_SIGN, 256, 5, nullptr, 1},
+      {VOREL_MECH_SM2_SIGN, 256, 5, nullptr, 1},     {0x1234, 128, 1, nullptr, 0},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(VorelPKICryptoIsSupportedAlgorithm(device_, c.alg, c.bits, c.usage, c.param), c.expected)
+        << std::hex << c.alg << " " << std::dec << c.bits << " " << c.usage;
+  }
 }
 
 }  // namespace

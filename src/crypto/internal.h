@@ -1,0 +1,50 @@
+// Helpers shared by the library's source files; not part of the contract.
+#pragma once
+
+#include <cstddef>
+
+#include "crypto/backend.h"
+#include "crypto/secure.h"
+
+namespace vorel::crypto {
+
+// Records code as this thread's last error and returns it, so failures read `return fail(CODE);`.
+int fail(int code);
+// Records success and returns 1.
+int ok();
+
+// Copies n bytes into a new library buffer for the caller (freed with VorelPKICryptoFreeMemory).
+int hand_out(const unsigned char* p, std::size_t n, unsigned char** out, std::size_t* outLen);
+// The same for a text, zero-terminated.
+int hand_out_text(const char* text, std::size_t n, char** out);
+
+// 1 when the cipher identifier is one this library can run.
+bool cipher_supported(int alg);
+
+// SM2 curve parameters (GM/T 0003.5), 32 bytes each.
+extern const unsigned char kSm2A[32], kSm2B[32], kSm2Gx[32], kSm2Gy[32], kSm2N[32];
+
+// A key decoded from DER, as numbers.
+struct DecodedKey {
+  int alg = 0;  // VOREL_ALG_RSA or VOREL_ALG_SM2
+  backend::RsaNumbers rsa;
+  bool hasQ = false, hasD = false;
+  unsigned char q[65] = {};
+  unsigned char d[32] = {};
+  ~DecodedKey() { wipe(d, sizeof d); }
+};
+
+// SubjectPublicKeyInfo (or a bare RSAPublicKey); results are VOREL_OK or an error code.
+int decode_public(const unsigned char* der, std::size_t len, DecodedKey& key);
+// PKCS#8, PKCS#1 RSAPrivateKey or SEC1 ECPrivateKey.
+int decode_private(const unsigned char* der, std::size_t len, DecodedKey& key);
+void encode_rsa_public(const SecureBytes& n, const SecureBytes& e, SecureBytes& out);
+void encode_sm2_public(const unsigned char* q, SecureBytes& out);
+void encode_rsa_private(const backend::RsaNumbers& k, SecureBytes& out);
+// q may be nullptr.
+void encode_sm2_private(const unsigned char* d, const unsigned char* q, SecureBytes& out);
+
+// Builds a backend key from decoded numbers after checking them; VOREL_OK or an error code.
+int key_from_decoded(const DecodedKey& decoded, bool priv, backend::Key** key, int* bits);
+
+}  // namespace vorel::crypto

@@ -1,0 +1,243 @@
+// The library against the other cryptographic implementation, linked into this suite under
+// the namespace vorel::other: what one makes, the other must read. Linux only (the Windows
+// build has no OpenSSL); there the openssl-made data of the keys suite plays this part.
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/obj_mac.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+
+#include "crypto/backend.h"
+#include "crypto/der.h"
+#include "crypto_support.h"
+
+namespace {
+
+using namespace crypto_test;
+namespace other = vorel::other;
+
+struct OtherKey {
+  other::Key* p = nullptr;
+  ~OtherKey() { other::key_free(p); }
+};
+
+class Cross : public Device {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(other::init()); }
+
+  // A fresh SM2 key pair, and the same key in the other implementation.
+  struct Sm2Twin {
+    Pair kp;
+    Pub pub;
+    OtherKey other;
+    unsigned char d[32];
+  };
+  void make_sm2(Sm2Twin& t, int type) {
+    ASSERT_EQ(VorelPKICryptoGenerateKeypair(device_, VOREL_ALG_SM2, 256, 0, type, &t.kp.p), VOREL_OK);
+    Out pkcs8, spki, x, y;
+    int curve;
+    ASSERT_EQ(VorelPKICryptoExportKeypair(t.kp.p, &pkcs8.p, &pkcs8.n), VOREL_OK);
+    ASSERT_TRUE(sm2_private_value(pkcs8.p, pkcs8.n, t.d));
+    t.pub.p = public_of(t.kp.p);
+    ASSERT_EQ(VorelPKICryptoExportPublicKey(t.pub.p, &spki.p, &spki.n), VOREL_OK);
+    ASSERT_EQ(VorelPKICryptoDecodeECCPubKey(spki.p, spki.n, &curve, &x.p, &x.n, &y.p, &y.n), VOREL_OK);
+    unsigned char q[65] = {4};
+    std::memcpy(q + 1, x.p, 32);
+    std::memcpy(q + 33, y.p, 32);
+    t.other.p = other::sm2_import(q, t.d);
+    ASSERT_NE(t.other.p, nullptr);
+  }
+
+  other::Key* other_rsa(VOREL_KEYPAIR* kp) {
+    Out pkcs8;
+    EXPECT_EQ(VorelPKICryptoExportKeypair(kp, &pkcs8.p, &pkcs8.n), VOREL_OK);
+    unsigned char* nums[8] = {};
+    size_t lens[8] = {};
+    EXPECT_EQ(VorelPKICryptoDecodeRSAKeyPair(pkcs8.p, pkcs8.n, nums, lens), VOREL_OK);
+    other::RsaNumbers k;
+    vorel::crypto::SecureBytes* fields[] = {&k.n, &k.e, &k.d, &k.p, &k.q, &k.dp, &k.dq, &k.qinv};
+    for (int i = 0; i < 8; ++i) {
+      fields[i]->assign(nums[i], nums[i] + lens[i]);
+      VorelPKICryptoFreeMemory(nums[i]);
+    }
+    return other::rsa_import(k, true);
+  }
+
+  std::mt19937 rng_{20261121};
+  Bytes random_bytes(std::size_t n) {
+    Bytes b(n);
+    for (auto& c : b) c = static_cast<unsigned char>(rng_());
+    return b;
+  }
+};
+
+// x2 || y2 = d·C1, computed with OpenSSL's own point arithmetic, to see which ciphertexts
+// exercise coordinates with leading zero bytes.
+bool shared_point_has_leading_zero(const unsigned char* d, const unsigned char* c1) {
+  std::unique_ptr<EC_GROUP, decltype(&EC_GROUP_free)> group(EC_GROUP_new_by_curve_name(NID_sm2), EC_GROUP_free);
+  std::unique_ptr<EC_POINT, decltype(&EC_POINT_free)> p(EC_POINT_new(group.get()), EC_POINT_free),
+      s(EC_POINT_new(group.get()), EC_POINT_free);
+  std::unique_ptr<BIGNUM, decltype(&BN_free)> k(BN_bin2bn(d, 32, nullptr), BN_free);
+  EC_POINT_oct2point(group.get(), p.get(), c1, 65, nullptr);
+  EC_POINT_mul(group.get(), s.get(), nullptr, p.get(), k.get(), nullptr);
+  unsigned char xy[65];
+  EC_POINT_point2oct(group.get(), s.get(), POINT_CONVERSION_UNCOMPRESSED, xy, sizeof xy, nullptr);
+  return xy[1] == 0 || xy[33] == 0;
+}
+
+TEST_F(Cross, Sm2SignaturesVerifyInTheOtherImplementation) {
+  for (int i = 0; i < 20; ++i) {
+    Sm2Twin t;
+    make_sm2(t, VOREL_KEYPAIR_SIGN);
+    for (int j = 0; j < 5; ++j) {
+      Bytes e = random_bytes(32);
+      Out sig, r, s;
+      ASSERT_EQ(VorelPKICryptoSignHash(t.kp.p, VOREL_MECH_SM2_SIGN, nullptr, e.data(), 32, &sig.p, &sig.n), VOREL_OK);
+      ASSERT_EQ(VorelPKICryptoDecodeECCSignature(sig.p, sig.n, &r.p, &r.n, &s.p, &s.n), VOREL_OK);
+      unsigned char rr[32], ss[32];
+      vorel::crypto::right_align(r.p, r.n, rr, 32);
+      vorel::crypto::right_align(s.p, s.n, ss, 32);
+      EXPECT_EQ(other::sm2_verify(t.other.p, e.data(), rr, ss), VOREL_OK);
+      ASSERT_EQ(other::sm2_sign(t.other.p, e.data(), rr, ss), VOREL_OK);
+      Out back;
+      ASSERT_EQ(VorelPKICryptoEncodeECCSignature(rr, 32, ss, 32, &back.p, &back.n), VOREL_OK);
+      EXPECT_EQ(VorelPKICryptoVerifyHash(t.pub.p, VOREL_MECH_SM2_SIGN, nullptr, e.data(), 32, back.p, back.n),
+                VOREL_OK);
+      e[0] ^= 1;
+      EXPECT_EQ(VorelPKICryptoVerifyHash(t.pub.p, VOREL_MECH_SM2_SIGN, nullptr, e.data(), 32, back.p, back.n),
+                VOREL_ERR_BAD_SIGNATURE);
+    }
+  }
+}
+
+// 10,000 ciphertexts each way. About 1 in 128 has x2 or y2 starting with a zero byte (where
+// libgcrypt's own SM2 goes wrong); every fourth plaintext starts with zero bytes.
+TEST_F(Cross, Sm2CiphertextsDecryptInTheOtherImplementation) {
+  const int kCases = 10000;
+  int leadingZeroPoints = 0;
+  Sm2Twin t;
+  make_sm2(t, VOREL_KEYPAIR_ENCRYPT);
+  for (int i = 0; i < kCases; ++i) {
+    Bytes m = random_bytes(1 + rng_() % 80);
+    if (i % 4 == 0) m[0] = 0;
+    if (i % 8 == 0 && m.size() > 1) m[1] = 0;
+    // Ours to theirs.
+    Out ct;
+    ASSERT_EQ(
+        VorelPKICryptoPublicKeyEncrypt(t.pub.p, VOREL_MECH_SM2_ENCRYPT, nullptr, m.data(), m.size(), &ct.p, &ct.n),
+        VOREL_OK);
+    ASSERT_EQ(ct.n, m.size() + 97);
+    Bytes plain(m.size());
+    ASSERT_EQ(other::sm2_decrypt(t.other.p, ct.p, ct.n, plain.data()), VOREL_OK) << i;
+    ASSERT_EQ(plain, m) << i;
+    leadingZeroPoints += shared_point_has_leading_zero(t.d, ct.p);
+    // Theirs to ours.
+    Bytes theirs(m.size() + 97);
+    ASSERT_EQ(other::sm2_encrypt(t.other.p, m.data(), m.size(), theirs.data()), VOREL_OK);
+    Out mine;
+    ASSERT_EQ(VorelPKICryptoPrivateKeyDecrypt(t.kp.p, VOREL_MECH_SM2_ENCRYPT, nullptr, theirs.data(), theirs.size(),
+                                              &mine.p, &mine.n),
+              VOREL_OK)
+        << i;
+    ASSERT_EQ(mine.bytes(), m) << i;
+    leadingZeroPoints += shared_point_has_leading_zero(t.d, theirs.data());
+  }
+  EXPECT_GE(leadingZeroPoints, 60) << "too few shared points with leading zero bytes were exercised";
+}
+
+TEST_F(Cross, RsaOperationsCrossBothWays) {
+  for (int bits : {1024, 2048}) {
+    SCOPED_TRACE(bits);
+    Pair kp;
+    ASSERT_EQ(VorelPKICryptoGenerateKeypair(device_, VOREL_ALG_RSA, bits, 0, VOREL_KEYPAIR_SIGN, &kp.p), VOREL_OK);
+    OtherKey ok;
+    ok.p = other_rsa(kp.p);
+    ASSERT_NE(ok.p, nullptr);
+    Pub pub;
+    pub.p = public_of(kp.p);
+    std::size_t k = static_cast<std::size_t>(bits / 8);
+    for (int i = 0; i < 10; ++i) {
+      Bytes m = random_bytes(1 + rng_() % (k - 11));
+      Out sig;
+      ASSERT_EQ(VorelPKICryptoSignHash(kp.p, VOREL_MECH_RSA_PKCS1_SIGN, nullptr, m.data(), m.size(), &sig.p, &sig.n),
+                VOREL_OK);
+      Bytes theirs(k);
+      ASSERT_EQ(other::rsa_sign_pkcs1(ok.p, m.data(), m.size(), theirs.data()), VOREL_OK);
+      EXPECT_EQ(sig.bytes(), theirs);
+      EXPECT_EQ(other::rsa_verify_pkcs1(ok.p, m.data(), m.size(), sig.p), VOREL_OK);
+
+      Out ct, pt;
+      ASSERT_EQ(VorelPKICryptoPublicKeyEncrypt(pub.p, VOREL_MECH_RSA_PKCS1, nullptr, m.data(), m.size(), &ct.p, &ct.n),
+                VOREL_OK);
+      Bytes plain(k);
+      std::size_t plainLen = 0;
+      ASSERT_EQ(other::rsa_decrypt(ok.p, true, ct.p, ct.n, plain.data(), &plainLen), VOREL_OK);
+      EXPECT_EQ(Bytes(plain.begin(), plain.begin() + static_cast<long>(plainLen)), m);
+      ASSERT_EQ(other::rsa_encrypt(ok.p, true, m.data(), m.size(), theirs.data()), VOREL_OK);
+      ASSERT_EQ(VorelPKICryptoPrivateKeyDecrypt(kp.p, VOREL_MECH_RSA_PKCS1, nullptr, theirs.data(), k, &pt.p, &pt.n),
+                VOREL_OK);
+      EXPECT_EQ(pt.bytes(), m);
+
+      // Raw private in one, raw public in the other.
+      Bytes block = random_bytes(k);
+      block[0] = 0x01;
+      Out raw;
+      ASSERT_EQ(VorelPKICryptoPrivateKeyDecrypt(kp.p, VOREL_MECH_RSA_RAW, nullptr, block.data(), k, &raw.p, &raw.n),
+                VOREL_OK);
+      ASSERT_EQ(other::rsa_encrypt(ok.p, false, raw.p, raw.n, theirs.data()), VOREL_OK);
+      EXPECT_EQ(theirs, block);
+    }
+  }
+}
+
+TEST_F(Cross, BlockCiphersAgreeWithAndWithoutPadding) {
+  struct Case {
+    int alg;
+    other::BlockCipher cipher;
+    bool cbc;
+    std::size_t keyLen, block;
+  } cases[] = {
+      {VOREL_CIPHER_SM4_ECB, other::BlockCipher::Sm4, false, 16, 16},
+      {VOREL_CIPHER_SM4_CBC, other::BlockCipher::Sm4, true, 16, 16},
+      {VOREL_CIPHER_AES128_ECB, other::BlockCipher::Aes128, false, 16, 16},
+      {VOREL_CIPHER_AES128_CBC, other::BlockCipher::Aes128, true, 16, 16},
+      {VOREL_CIPHER_DES_ECB, other::BlockCipher::Des, false, 8, 8},
+      {VOREL_CIPHER_DES_CBC, other::BlockCipher::Des, true, 8, 8},
+      {VOREL_CIPHER_3DES_ECB, other::BlockCipher::Des3, false, 24, 8},
+      {VOREL_CIPHER_3DES_CBC, other::BlockCipher::Des3, true, 24, 8},
+      {VOREL_CIPHER_3DES_CBC, other::BlockCipher::Des3, true, 16, 8},  // two-key: K1 K2 K1
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.alg) + "/" + std::to_string(c.keyLen));
+    for (int padding : {VOREL_PADDING_NONE, VOREL_PADDING_PKCS7}) {
+      Bytes key = random_bytes(c.keyLen), iv = random_bytes(16);
+      Bytes m = random_bytes(padding == VOREL_PADDING_NONE ? c.block * 5 : c.block * 3 + 5);
+      VOREL_CIPHER* mine = VorelPKICryptoNewCipher(device_, 1, c.alg, key.data(), key.size(), iv.data());
+      ASSERT_NE(mine, nullptr);
+      ASSERT_EQ(VorelPKICryptoCipherSetPadding(mine, padding), VOREL_OK);
+      Out a, b;
+      ASSERT_EQ(VorelPKICryptoCipherUpdate(mine, m.data(), m.size(), &a.p, &a.n), VOREL_OK);
+      ASSERT_EQ(VorelPKICryptoCipherFinal(mine, &b.p, &b.n), VOREL_OK);
+      VorelPKICryptoFreeCipher(mine);
+      Bytes ours = a.bytes();
+      ours.insert(ours.end(), b.p, b.p + b.n);
+
+      Bytes padded = m;
+      if (padding == VOREL_PADDING_PKCS7)
+        padded.insert(padded.end(), c.block - m.size() % c.block,
+                      static_cast<unsigned char>(c.block - m.size() % c.block));
+      Bytes fullKey = key;
+      if (c.keyLen == 16 && c.block == 8) fullKey.insert(fullKey.end(), key.begin(), key.begin() + 8);
+      void* ctx = other::cipher_new(c.cipher, c.cbc, true, fullKey.data(), iv.data());
+      ASSERT_NE(ctx, nullptr);
+      Bytes theirs(padded.size());
+      ASSERT_TRUE(other::cipher_blocks(ctx, padded.data(), padded.size(), theirs.data()));
+      other::cipher_free(ctx);
+      EXPECT_EQ(ours, theirs);
+    }
+  }
+}
+
+}  // namespace
