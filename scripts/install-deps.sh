@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  cmake make g++ pkg-config binutils
+  cmake make g++ pkg-config binutils clang libclang-rt-14-dev
   libssl-dev openssl libgcrypt20-dev libgpg-error-dev libksba-dev
   nlohmann-json3-dev libcli11-dev
   libgtest-dev googletest libbenchmark-dev

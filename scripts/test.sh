@@ -21,6 +21,9 @@ cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPT
 cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests
 ctest --test-dir build/linux-gcrypt --output-on-failure -R crypto_tests
 
+echo "== Fuzzing the decoders and the certificate parser (clang, libFuzzer)"
+bash scripts/fuzz.sh 10
+
 echo "== Windows x64 (mingw-w64, libgcrypt) under wine64"
 cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake >/dev/null

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang and runs each for a while (seconds: $1, default 10),
+# seeded with the keys, signatures and certificates of the test data. Exits non-zero on a finding.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds="${1:-10}"
+build=build/fuzz
+
+CC=clang CXX=clang++ cmake -S . -B $build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_BUILD_FUZZ=ON \
+  -DVOREL_BUILD_TESTS=OFF -DVOREL_BUILD_BENCH=OFF >/dev/null
+cmake --build $build -j"$(nproc)" --target fuzz
+
+seeds=$build/seeds
+mkdir -p $seeds
+bash tests/data/make-test-data.sh $seeds >/dev/null
+export LSAN_OPTIONS="suppressions=$PWD/fuzz/lsan.supp"
+for target in $build/bin/fuzz_*; do
+  name=$(basename "$target")
+  corpus=$build/corpus/$name
+  mkdir -p "$corpus"
+  cp $seeds/*.der $seeds/*.sig "$corpus"/
+  # libksba reports every malformed certificate on stderr; keep only libFuzzer's summary.
+  if ! "$target" -max_total_time="$seconds" -rss_limit_mb=2048 -print_final_stats=0 "$corpus" \
+       >$build/$name.log 2>&1; then
+    grep -vE '^ksba:' $build/$name.log | tail -40
+    echo "$name: finding (see $build/$name.log)"
+    exit 1
+  fi
+  echo "$name: $(grep -E '^Done' $build/$name.log)"
+done
