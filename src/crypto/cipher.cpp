@@ -1,5 +1,6 @@
 // Block ciphers: buffering of partial blocks and PKCS#7 padding over the backend's whole-block
 // ECB/CBC.
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -115,14 +116,31 @@ int VorelPKICryptoCipherUpdate(VOREL_CIPHER* cipher, const unsigned char* in, si
   std::size_t keep = total % b;
   if (!cipher->encrypt && cipher->padding == VOREL_PADDING_PKCS7 && keep == 0 && total > 0) keep = b;
   std::size_t produce = total - keep;
-  SecureBytes work;
-  work.reserve(total);
-  work.insert(work.end(), cipher->held, cipher->held + cipher->heldLen);
-  if (inLen > 0) work.insert(work.end(), in, in + inLen);
-  int rc = run(cipher, work.data(), produce, out, outLen);
-  if (rc != VOREL_OK) return rc;
-  std::memcpy(cipher->held, work.data() + produce, keep);
-  cipher->heldLen = keep;
+  auto* buf = static_cast<unsigned char*>(std::malloc(produce > 0 ? produce : 1));
+  if (!buf) return fail(VOREL_ERR_MEMORY);
+  std::size_t done = 0, used = 0;
+  bool good = true;
+  if (produce > 0 && cipher->heldLen > 0) {
+    // Complete the held block from the input first, then run the input in place.
+    used = b - cipher->heldLen;
+    std::memcpy(cipher->held + cipher->heldLen, in, used);
+    good = vorel::backend::cipher_blocks(cipher->ctx, cipher->held, b, buf);
+    cipher->heldLen = 0;
+    done = b;
+  }
+  if (good && produce > done) {
+    good = vorel::backend::cipher_blocks(cipher->ctx, in + used, produce - done, buf + done);
+    used += produce - done;
+  }
+  if (!good) {
+    wipe(buf, produce);
+    std::free(buf);
+    return fail(VOREL_ERR_GENERAL);
+  }
+  if (inLen > used) std::memcpy(cipher->held + cipher->heldLen, in + used, inLen - used);
+  cipher->heldLen += inLen - used;
+  *out = buf;
+  *outLen = produce;
   return ok();
 }
 
