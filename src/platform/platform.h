@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace vorel::platform {
 
@@ -40,5 +41,29 @@ void lock_free(RecursiveLock* lock);
 
 // Environment, as the C runtime sees it.
 const char* env_get(const char* name);
+
+// ---- files, for the token store ----
+
+// The platform's path separator.
+char path_separator();
+// The per-user data folder: $XDG_DATA_HOME or ~/.local/share; %LOCALAPPDATA% on Windows.
+// Empty when the environment names none.
+std::string user_data_dir();
+// Creates the folder and its missing parents (private to the user); true when it exists after.
+bool make_dirs(const std::string& path);
+// The whole file; false when it cannot be read.
+bool read_file(const std::string& path, std::string& out);
+// Replaces the file so that a reader, or the file after a crash at any instant, has either the
+// old or the new content: written to a temporary file beside it, flushed, renamed over it.
+bool write_file_atomic(const std::string& path, const void* data, std::size_t len);
+bool remove_file(const std::string& path);
+// Names of the regular files in a folder (not sorted).
+bool list_dir(const std::string& path, std::vector<std::string>& names);
+
+// An exclusive lock on a lock file, held across processes until released or the process ends.
+struct FileLock;
+// Blocks until the lock is had; nullptr when the lock file cannot be opened.
+FileLock* file_lock(const std::string& path);
+void file_unlock(FileLock* lock);
 
 }  // namespace vorel::platform

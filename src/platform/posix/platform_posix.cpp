@@ -65,8 +65,13 @@ LocalTime local_time() {
   clock_gettime(CLOCK_REALTIME, &ts);
   struct tm tm;
   localtime_r(&ts.tv_sec, &tm);
-  return LocalTime{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour,
-                   tm.tm_min,         tm.tm_sec,     static_cast<int>(ts.tv_nsec / 1000000)};
+  return LocalTime{tm.tm_year + 1900,
+                   tm.tm_mon + 1,
+                   tm.tm_mday,
+                   tm.tm_hour,
+                   tm.tm_min,
+                   tm.tm_sec,
+                   static_cast<int>(ts.tv_nsec / 1000000)};
 }
 
 long process_id() { return static_cast<long>(getpid()); }
@@ -103,5 +108,121 @@ void lock_free(RecursiveLock* lock) {
 }
 
 const char* env_get(const char* name) { return std::getenv(name); }
+
+}  // namespace vorel::platform
+
+// ---- files ----
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace vorel::platform {
+
+char path_separator() { return '/'; }
+
+std::string user_data_dir() {
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  if (xdg && *xdg) return xdg;
+  const char* home = std::getenv("HOME");
+  if (home && *home) return std::string(home) + "/.local/share";
+  return std::string();
+}
+
+bool make_dirs(const std::string& path) {
+  if (path.empty()) return false;
+  struct stat st;
+  if (stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
+  std::size_t slash = path.find_last_of('/');
+  if (slash != std::string::npos && slash > 0 && !make_dirs(path.substr(0, slash))) return false;
+  return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
+}
+
+bool read_file(const std::string& path, std::string& out) {
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  out.clear();
+  char buf[65536];
+  ssize_t n;
+  while ((n = read(fd, buf, sizeof buf)) > 0 || (n < 0 && errno == EINTR)) {
+    if (n > 0) out.append(buf, static_cast<std::size_t>(n));
+  }
+  close(fd);
+  return n == 0;
+}
+
+namespace {
+bool write_all(int fd, const char* p, std::size_t len) {
+  while (len > 0) {
+    ssize_t n = write(fd, p, len);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    p += n;
+    len -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+}  // namespace
+
+bool write_file_atomic(const std::string& path, const void* data, std::size_t len) {
+  std::string tmp = path + ".tmp" + std::to_string(getpid());
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  bool ok = write_all(fd, static_cast<const char*>(data), len) && fsync(fd) == 0;
+  ok = close(fd) == 0 && ok;
+  if (!ok || rename(tmp.c_str(), path.c_str()) != 0) {
+    unlink(tmp.c_str());
+    return false;
+  }
+  // The rename itself is durable once the folder is flushed.
+  std::size_t slash = path.find_last_of('/');
+  std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+  int dfd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dfd >= 0) {
+    fsync(dfd);
+    close(dfd);
+  }
+  return true;
+}
+
+bool remove_file(const std::string& path) { return unlink(path.c_str()) == 0; }
+
+bool list_dir(const std::string& path, std::vector<std::string>& names) {
+  DIR* dir = opendir(path.c_str());
+  if (!dir) return false;
+  names.clear();
+  while (struct dirent* e = readdir(dir)) {
+    std::string name = e->d_name;
+    struct stat st;
+    if (stat((path + "/" + name).c_str(), &st) == 0 && S_ISREG(st.st_mode)) names.push_back(name);
+  }
+  closedir(dir);
+  return true;
+}
+
+struct FileLock {
+  int fd;
+};
+
+FileLock* file_lock(const std::string& path) {
+  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) return nullptr;
+  // flock locks belong to the open file: they also exclude other opens in this process.
+  while (flock(fd, LOCK_EX) != 0) {
+    if (errno != EINTR) {
+      close(fd);
+      return nullptr;
+    }
+  }
+  return new FileLock{fd};
+}
+
+void file_unlock(FileLock* lock) {
+  if (!lock) return;
+  flock(lock->fd, LOCK_UN);
+  close(lock->fd);
+  delete lock;
+}
 
 }  // namespace vorel::platform

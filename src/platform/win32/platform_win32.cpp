@@ -72,3 +72,99 @@ void lock_free(RecursiveLock* lock) {
 const char* env_get(const char* name) { return std::getenv(name); }
 
 }  // namespace vorel::platform
+
+// ---- files ----
+
+namespace vorel::platform {
+
+char path_separator() { return '\\'; }
+
+std::string user_data_dir() {
+  const char* local = std::getenv("LOCALAPPDATA");
+  return local && *local ? std::string(local) : std::string();
+}
+
+bool make_dirs(const std::string& path) {
+  if (path.empty()) return false;
+  DWORD attr = GetFileAttributesA(path.c_str());
+  if (attr != INVALID_FILE_ATTRIBUTES) return (attr & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  std::size_t sep = path.find_last_of("\\/");
+  // Stop at a drive root such as "C:".
+  if (sep != std::string::npos && sep > 0 && path[sep - 1] != ':' && !make_dirs(path.substr(0, sep))) return false;
+  return CreateDirectoryA(path.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+}
+
+bool read_file(const std::string& path, std::string& out) {
+  HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return false;
+  out.clear();
+  char buf[65536];
+  DWORD n = 0;
+  bool ok = true;
+  while ((ok = ReadFile(h, buf, sizeof buf, &n, nullptr) != 0) && n > 0) out.append(buf, n);
+  CloseHandle(h);
+  return ok;
+}
+
+bool write_file_atomic(const std::string& path, const void* data, std::size_t len) {
+  std::string tmp = path + ".tmp" + std::to_string(GetCurrentProcessId());
+  HANDLE h = CreateFileA(tmp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return false;
+  const char* p = static_cast<const char*>(data);
+  bool ok = true;
+  while (ok && len > 0) {
+    DWORD chunk = len > (1u << 30) ? (1u << 30) : static_cast<DWORD>(len), written = 0;
+    ok = WriteFile(h, p, chunk, &written, nullptr) && written == chunk;
+    p += written;
+    len -= written;
+  }
+  ok = ok && FlushFileBuffers(h);
+  CloseHandle(h);
+  // Write-through: the rename is on disk when MoveFileEx returns.
+  if (!ok || !MoveFileExA(tmp.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    DeleteFileA(tmp.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool remove_file(const std::string& path) { return DeleteFileA(path.c_str()) != 0; }
+
+bool list_dir(const std::string& path, std::vector<std::string>& names) {
+  WIN32_FIND_DATAA found;
+  HANDLE h = FindFirstFileA((path + "\\*").c_str(), &found);
+  if (h == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND;
+  names.clear();
+  do {
+    if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) names.push_back(found.cFileName);
+  } while (FindNextFileA(h, &found));
+  FindClose(h);
+  return true;
+}
+
+struct FileLock {
+  HANDLE h;
+};
+
+FileLock* file_lock(const std::string& path) {
+  HANDLE h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return nullptr;
+  OVERLAPPED at = {};
+  if (!LockFileEx(h, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &at)) {
+    CloseHandle(h);
+    return nullptr;
+  }
+  return new FileLock{h};
+}
+
+void file_unlock(FileLock* lock) {
+  if (!lock) return;
+  OVERLAPPED at = {};
+  UnlockFileEx(lock->h, 0, 1, 0, &at);
+  CloseHandle(lock->h);
+  delete lock;
+}
+
+}  // namespace vorel::platform

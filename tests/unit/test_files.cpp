@@ -1,0 +1,66 @@
+// File primitives of the token store: atomic replacement, folders, the cross-process lock.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/platform.h"
+#include "support.h"
+
+namespace {
+
+using namespace vorel::platform;
+
+std::string join(const std::string& dir, const std::string& name) { return dir + path_separator() + name; }
+
+TEST(Files, AtomicWriteReplacesWholeAndLeavesNoTemporaryFile) {
+  std::string dir = testsupport::make_temp_dir("files");
+  std::string path = join(dir, "token.dat");
+  std::string big(1 << 20, 'x');
+  for (std::size_t i = 0; i < big.size(); i += 4096) big[i] = static_cast<char>('a' + i % 26);
+  for (const std::string& content : {std::string("first"), big, std::string()}) {
+    ASSERT_TRUE(write_file_atomic(path, content.data(), content.size()));
+    std::string back;
+    ASSERT_TRUE(read_file(path, back));
+    EXPECT_EQ(back, content);
+  }
+  std::vector<std::string> names;
+  ASSERT_TRUE(list_dir(dir, names));
+  EXPECT_EQ(names, std::vector<std::string>{"token.dat"});
+  EXPECT_FALSE(write_file_atomic(join(join(dir, "missing"), "x"), "a", 1));
+  std::string none;
+  EXPECT_FALSE(read_file(join(dir, "absent"), none));
+  EXPECT_TRUE(remove_file(path));
+}
+
+TEST(Files, MakeDirsCreatesParentsAndRefusesAFileInTheWay) {
+  std::string dir = testsupport::make_temp_dir("files");
+  std::string nested = join(join(join(dir, "a"), "b"), "c");
+  EXPECT_TRUE(make_dirs(nested));
+  EXPECT_TRUE(make_dirs(nested));
+  ASSERT_TRUE(write_file_atomic(join(dir, "file"), "x", 1));
+  EXPECT_FALSE(make_dirs(join(join(dir, "file"), "sub")));
+}
+
+// Two holders of one lock file exclude each other (separate opens, as two processes have).
+TEST(Files, FileLockExcludesASecondHolderUntilReleased) {
+  std::string path = join(testsupport::make_temp_dir("files"), "token.lock");
+  FileLock* first = file_lock(path);
+  ASSERT_NE(first, nullptr);
+  std::atomic<bool> acquired{false};
+  std::thread second([&] {
+    FileLock* l = file_lock(path);
+    acquired = l != nullptr;
+    file_unlock(l);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_FALSE(acquired.load());
+  file_unlock(first);
+  second.join();
+  EXPECT_TRUE(acquired.load());
+}
+
+}  // namespace
