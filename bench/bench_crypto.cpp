@@ -175,9 +175,9 @@ void Raw_SM4CBC_64KiB(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * g_data.size()));
 }
 
-gcry_sexp_t keygen(const char* spec, const char* which) {
+gcry_sexp_t keygen(const char* genkey, const char* which) {
   gcry_sexp_t parms = nullptr, pair = nullptr;
-  gcry_sexp_build(&parms, nullptr, spec);
+  gcry_sexp_build(&parms, nullptr, genkey);
   gcry_pk_genkey(&pair, parms);
   gcry_sexp_t key = gcry_sexp_find_token(pair, which, 0);
   gcry_sexp_release(parms);
