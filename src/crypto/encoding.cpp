@@ -31,6 +31,17 @@ void write_sm2_algorithm(Writer& w) {
   });
 }
 
+// PrivateKeyInfo ::= SEQUENCE { 0, AlgorithmIdentifier, OCTET STRING key }
+void write_pkcs8(void (*algorithm)(Writer&), const SecureBytes& key, SecureBytes& out) {
+  Writer w;
+  w.sequence([&](Writer& p8) {
+    p8.small_integer(0);
+    algorithm(p8);
+    p8.octet_string(key.data(), key.size());
+  });
+  out.swap(w.bytes());
+}
+
 // AlgorithmIdentifier: the key algorithm, and for EC that the curve is SM2.
 int read_algorithm(Reader& outer, int* alg) {
   Reader a;
@@ -213,13 +224,7 @@ void encode_rsa_private(const backend::RsaNumbers& k, SecureBytes& out) {
     for (const SecureBytes* f : {&k.n, &k.e, &k.d, &k.p, &k.q, &k.dp, &k.dq, &k.qinv})
       seq.integer(f->data(), f->size());
   });
-  Writer w;
-  w.sequence([&](Writer& p8) {
-    p8.small_integer(0);
-    write_rsa_algorithm(p8);
-    p8.octet_string(inner.bytes().data(), inner.bytes().size());
-  });
-  out.swap(w.bytes());
+  write_pkcs8(write_rsa_algorithm, inner.bytes(), out);
 }
 
 void encode_sm2_private(const unsigned char* d, const unsigned char* q, SecureBytes& out) {
@@ -230,13 +235,7 @@ void encode_sm2_private(const unsigned char* d, const unsigned char* q, SecureBy
     seq.octet_string(d, 32);
     if (q) seq.constructed(der::kContext1, [&](Writer& pub) { pub.bit_string(q, 65); });
   });
-  Writer w;
-  w.sequence([&](Writer& p8) {
-    p8.small_integer(0);
-    write_sm2_algorithm(p8);
-    p8.octet_string(inner.bytes().data(), inner.bytes().size());
-  });
-  out.swap(w.bytes());
+  write_pkcs8(write_sm2_algorithm, inner.bytes(), out);
 }
 
 namespace {

@@ -188,9 +188,14 @@ TEST_F(Crypto, StreamingInOddPiecesEqualsOneShotForEveryCipher) {
 
 TEST_F(Crypto, UpdateHoldsBackWhatFinalMayNeed) {
   Bytes key(16, 0x11), iv(16, 0x22), data(20, 0x33);
-  VOREL_CIPHER* enc = VorelPKICryptoNewCipher(device_, 1, VOREL_CIPHER_SM4_CBC, key.data(), 16, iv.data());
+  auto padded_sm4 = [&](int encrypt) {
+    VOREL_CIPHER* c = VorelPKICryptoNewCipher(device_, encrypt, VOREL_CIPHER_SM4_CBC, key.data(), 16, iv.data());
+    EXPECT_NE(c, nullptr);
+    EXPECT_EQ(VorelPKICryptoCipherSetPadding(c, VOREL_PADDING_PKCS7), VOREL_OK);
+    return c;
+  };
+  VOREL_CIPHER* enc = padded_sm4(1);
   ASSERT_NE(enc, nullptr);
-  ASSERT_EQ(VorelPKICryptoCipherSetPadding(enc, VOREL_PADDING_PKCS7), VOREL_OK);
   Out part, last;
   ASSERT_EQ(VorelPKICryptoCipherUpdate(enc, data.data(), data.size(), &part.p, &part.n), VOREL_OK);
   EXPECT_EQ(part.n, 16u);
@@ -203,8 +208,8 @@ TEST_F(Crypto, UpdateHoldsBackWhatFinalMayNeed) {
   // Decrypting 32 bytes with padding yields only the first block before Final.
   Bytes ct = part.bytes();
   ct.insert(ct.end(), last.p, last.p + last.n);
-  VOREL_CIPHER* dec = VorelPKICryptoNewCipher(device_, 0, VOREL_CIPHER_SM4_CBC, key.data(), 16, iv.data());
-  ASSERT_EQ(VorelPKICryptoCipherSetPadding(dec, VOREL_PADDING_PKCS7), VOREL_OK);
+  VOREL_CIPHER* dec = padded_sm4(0);
+  ASSERT_NE(dec, nullptr);
   Out first, rest;
   ASSERT_EQ(VorelPKICryptoCipherUpdate(dec, ct.data(), ct.size(), &first.p, &first.n), VOREL_OK);
   EXPECT_EQ(first.n, 16u);
