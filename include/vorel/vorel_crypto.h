@@ -37,10 +37,37 @@ extern "C" {
 #define VOREL_ERR_DATA_LEN (-12)       /* input length not allowed for the key or mechanism */
 #define VOREL_ERR_NOT_EXPORTABLE (-13) /* the private key may not leave its device */
 #define VOREL_ERR_KEY_MISMATCH (-14)   /* the certificate carries another public key */
+#define VOREL_ERR_DEVICE_REMOVED (-15) /* the token no longer exists in the token folder */
+#define VOREL_ERR_TOKEN_DAMAGED (-16)  /* the token file cannot be read as a token */
+#define VOREL_ERR_EXISTS (-17)         /* a token or data object of that name already exists */
+#define VOREL_ERR_STORE (-18)          /* the token folder or file cannot be written */
 #define VOREL_ERR_PIN_LEN_RANGE (-19)  /* PIN length out of range */
 
-/* Device types */
-#define VOREL_DEVICE_PSEUDO 0 /* the in-memory software device */
+/* Device types: 0 is the in-memory pseudo device; software tokens take any type from 1 up. */
+#define VOREL_DEVICE_PSEUDO 0
+
+/* Flags of VorelPKICryptoGetAllDevices / VorelPKICryptoFindDevice: which devices to list */
+#define VOREL_ENUM_TOKENS 0x001   /* software tokens in the token folder */
+#define VOREL_ENUM_HARDWARE 0x100 /* tokens behind hardware readers: this library drives none */
+
+/* Passwords */
+#define VOREL_PWD_USER 1
+#define VOREL_PWD_SO 2
+#define VOREL_PIN_MIN_LEN 4 /* bytes */
+#define VOREL_PIN_MAX_LEN 64
+#define VOREL_PIN_MAX_TRIES 6
+
+/* Data-object access descriptor: four bytes, who may [0] read, [1] write, [2] see (length and
+ * existence), [3] delete the object; each byte a combination of these. 0 means nobody. */
+#define VOREL_ACCESS_USER 0x01   /* after the user PIN was verified in this process */
+#define VOREL_ACCESS_SO 0x02     /* after the SO PIN was verified in this process */
+#define VOREL_ACCESS_ANYONE 0x04 /* without login */
+#define VOREL_DATA_MAX_SIZE (1u << 20)
+
+/* Limits of token names, in bytes */
+#define VOREL_SERIAL_MAX_LEN 31 /* letters, digits, '-' and '_' */
+#define VOREL_LABEL_MAX_LEN 31
+#define VOREL_KEYPAIR_LABEL_MAX_LEN 128
 
 /* Key-pair algorithms */
 #define VOREL_ALG_RSA 1
@@ -113,6 +140,7 @@ extern "C" {
 #define VOREL_RSA_NUMBERS 8
 
 typedef struct vorel_device_st VOREL_DEVICE;
+typedef struct vorel_device_list_st VOREL_DEVICE_LIST;
 typedef struct vorel_keypair_st VOREL_KEYPAIR;
 typedef struct vorel_publickey_st VOREL_PUBLICKEY;
 typedef struct vorel_cert_st VOREL_CERT;
@@ -149,7 +177,61 @@ int VorelPKICryptoIsSupportedAlgorithm(VOREL_DEVICE* device, int alg, int bits, 
 /* Fills out with len random bytes from the implementation's CSPRNG. */
 int VorelPKICryptoGenerateRandom(VOREL_DEVICE* device, size_t len, unsigned char* out);
 
+/* The devices of a type, in a stable order (tokens by serial number). Type 0 lists the pseudo
+ * device. NULL on failure; an empty list is a list. */
+VOREL_DEVICE_LIST* VorelPKICryptoGetAllDevices(int type, int flags);
+int VorelPKICryptoGetDeviceCount(VOREL_DEVICE_LIST* list);
+/* A new device reference (freed with VorelPKICryptoFreeDevice), or NULL for a bad index. */
+VOREL_DEVICE* VorelPKICryptoGetDevice(VOREL_DEVICE_LIST* list, int index);
+void VorelPKICryptoFreeDevices(VOREL_DEVICE_LIST* list);
+/* The device of a type with that serial number; VOREL_ERR_NOT_FOUND when there is none. */
+int VorelPKICryptoFindDevice(int type, const char* serial, int flags, VOREL_DEVICE** device);
+/* Device type, or -1. */
+int VorelPKICryptoGetDeviceType(VOREL_DEVICE* device);
+int VorelPKICryptoGetSerialNumber(VOREL_DEVICE* device, char** serial);
+int VorelPKICryptoGetLabel(VOREL_DEVICE* device, char** label);
+
+/* ---- Software tokens ----
+ * Kept in the folder named by VOREL_TOKEN_DIR, else <user data folder>/vorel/tokens.
+ * serial NULL: one is generated. iterations: of the PIN key derivation, 0 for the default. */
+int VorelPKICryptoCreateToken(int type, const char* serial, const char* label, const char* soPin, const char* userPin,
+                              unsigned iterations, VOREL_DEVICE** device);
+/* Removes the token from the folder; needs the SO PIN verified in this process. */
+int VorelPKICryptoDeleteToken(VOREL_DEVICE* device);
+
+/* ---- Passwords (VOREL_PWD_USER, VOREL_PWD_SO) ----
+ * Every attempt first logs the token out in this process. A wrong PIN answers
+ * VOREL_ERR_PIN_INCORRECT with the remaining tries in *retries; a PIN with no tries left is
+ * refused even when right. */
+int VorelPKICryptoVerifyPwd(VOREL_DEVICE* device, int type, const char* pin, unsigned* retries);
+int VorelPKICryptoChangePwd(VOREL_DEVICE* device, int type, const char* oldPin, const char* newPin, unsigned* retries);
+/* With the SO PIN, sets a new user PIN and gives it all its tries back (type VOREL_PWD_USER).
+ * On a wrong SO PIN *retries holds the SO PIN's remaining tries. */
+int VorelPKICryptoUnlockPwd(VOREL_DEVICE* device, int type, const char* soPin, const char* newUserPin,
+                            unsigned* retries);
+int VorelPKICryptoGetPwdRetryNum(VOREL_DEVICE* device, int type, unsigned* retries);
+/* Logs the token out in this process and wipes what the login kept. */
+int VorelPKICryptoClearPwdCache(VOREL_DEVICE* device);
+
+/* ---- Data objects ---- */
+
+int VorelPKICryptoCreateData(VOREL_DEVICE* device, unsigned id, const unsigned char access[4], size_t size);
+/* The whole object; VOREL_ERR_BUFFER_SMALL with *outLen set when bufLen is below its size. */
+int VorelPKICryptoReadData(VOREL_DEVICE* device, unsigned id, unsigned char* buf, size_t bufLen, size_t* outLen);
+/* len bytes from offset; VOREL_ERR_DATA_LEN when the range passes the object's end. */
+int VorelPKICryptoReadDataEx(VOREL_DEVICE* device, unsigned id, size_t offset, unsigned char* buf, size_t len,
+                             size_t* outLen);
+/* Writes from the start; the object's size is fixed when it is created. */
+int VorelPKICryptoWriteData(VOREL_DEVICE* device, unsigned id, const unsigned char* data, size_t len);
+int VorelPKICryptoWriteDataEx(VOREL_DEVICE* device, unsigned id, size_t offset, const unsigned char* data, size_t len);
+int VorelPKICryptoDeleteData(VOREL_DEVICE* device, unsigned id);
+int VorelPKICryptoGetDataLength(VOREL_DEVICE* device, unsigned id, size_t* len);
+
 /* ---- Key pairs ---- */
+
+/* Key pairs stored on a device, in creation order (the pseudo device stores none). */
+int VorelPKICryptoGetKeypairCount(VOREL_DEVICE* device);
+VOREL_KEYPAIR* VorelPKICryptoGetKeypair(VOREL_DEVICE* device, int index);
 
 /* alg VOREL_ALG_RSA with bits 1024, 2048, 3072 or 4096 and param the public exponent
  * (0: 65537); alg VOREL_ALG_SM2 with bits 256 and param 0 or VOREL_CURVE_SM2.
@@ -159,7 +241,10 @@ int VorelPKICryptoGenerateKeypair(VOREL_DEVICE* device, int alg, int bits, int p
 /* From an encoded key pair (PKCS#8, PKCS#1 or SEC1 DER). */
 int VorelPKICryptoImportKeypair(VOREL_DEVICE* device, const unsigned char* der, size_t derLen, int type,
                                 VOREL_KEYPAIR** keypair);
-/* PKCS#8 DER of a pseudo-device key pair; other devices answer VOREL_ERR_NOT_EXPORTABLE. */
+/* PKCS#8 DER of a pseudo-device key pair; token key pairs answer VOREL_ERR_NOT_EXPORTABLE.
+ * On a token, generating, importing and deleting key pairs and changing their labels and
+ * certificates need the user PIN verified in this process, as do their private-key
+ * operations (VOREL_ERR_NOT_LOGGED_IN otherwise). */
 int VorelPKICryptoExportKeypair(VOREL_KEYPAIR* keypair, unsigned char** der, size_t* derLen);
 /* Another reference to the same key pair. */
 int VorelPKICryptoDupKeypair(VOREL_KEYPAIR* keypair, VOREL_KEYPAIR** copy);
@@ -173,6 +258,7 @@ int VorelPKICryptoGetKeypairAlgorithm(VOREL_KEYPAIR* keypair);
 int VorelPKICryptoGetKeypairBits(VOREL_KEYPAIR* keypair);
 /* The label as a zero-terminated text ("" when none was set). */
 int VorelPKICryptoGetKeypairLabel(VOREL_KEYPAIR* keypair, char** label);
+int VorelPKICryptoSetKeypairLabel(VOREL_KEYPAIR* keypair, const char* label);
 
 /* ---- Public keys ---- */
 

@@ -43,6 +43,17 @@ void* cipher_new(BlockCipher cipher, bool cbc, bool encrypt, const unsigned char
 bool cipher_blocks(void* ctx, const unsigned char* in, std::size_t len, unsigned char* out);
 void cipher_free(void* ctx);
 
+// PBKDF2 with HMAC-SHA-256 (RFC 8018); out receives outLen bytes.
+bool pbkdf2_sha256(const unsigned char* pass, std::size_t passLen, const unsigned char* salt, std::size_t saltLen,
+                   unsigned iterations, unsigned char* out, std::size_t outLen);
+
+// AES-256-GCM with a 12-byte nonce and a 16-byte tag. in and out may be the same buffer.
+bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+              const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag);
+// false when the tag does not authenticate the input (out is then wiped).
+bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+              const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out);
+
 // Asymmetric keys: an RSA or SM2 key, public or with its private half.
 struct Key;
 

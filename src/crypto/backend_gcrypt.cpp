@@ -243,6 +243,46 @@ bool hash_final(void* ctx, unsigned char* out) {
 
 void hash_free(void* ctx) { gcry_md_close(static_cast<gcry_md_hd_t>(ctx)); }
 
+// ---- key derivation and sealing ----
+
+bool pbkdf2_sha256(const unsigned char* pass, std::size_t passLen, const unsigned char* salt, std::size_t saltLen,
+                   unsigned iterations, unsigned char* out, std::size_t outLen) {
+  if (!init() || iterations == 0) return false;
+  return gcry_kdf_derive(pass, passLen, GCRY_KDF_PBKDF2, GCRY_MD_SHA256, salt, saltLen, iterations, outLen, out) == 0;
+}
+
+namespace {
+bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+         const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
+  if (!init()) return false;
+  gcry_cipher_hd_t hd = nullptr;
+  if (gcry_cipher_open(&hd, GCRY_CIPHER_AES256, GCRY_CIPHER_MODE_GCM, GCRY_CIPHER_SECURE) != 0) return false;
+  bool ok = gcry_cipher_setkey(hd, key, 32) == 0 && gcry_cipher_setiv(hd, iv, 12) == 0 &&
+            (aadLen == 0 || gcry_cipher_authenticate(hd, aad, aadLen) == 0);
+  if (ok && seal) {
+    ok = gcry_cipher_final(hd) == 0 && gcry_cipher_encrypt(hd, out, len, in, len) == 0 &&
+         gcry_cipher_gettag(hd, tag, 16) == 0;
+  } else if (ok) {
+    ok = gcry_cipher_final(hd) == 0 && gcry_cipher_decrypt(hd, out, len, in, len) == 0 &&
+         gcry_cipher_checktag(hd, tag, 16) == 0;
+  }
+  gcry_cipher_close(hd);
+  return ok;
+}
+}  // namespace
+
+bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+              const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
+  return gcm(true, key, iv, aad, aadLen, in, len, out, tag);
+}
+
+bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+              const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out) {
+  if (gcm(false, key, iv, aad, aadLen, in, len, out, const_cast<unsigned char*>(tag))) return true;
+  crypto::wipe(out, len);
+  return false;
+}
+
 // ---- block ciphers ----
 
 namespace {

@@ -4,6 +4,7 @@
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/evp.h>
+#include <openssl/kdf.h>
 #include <openssl/obj_mac.h>
 #include <openssl/param_build.h>
 #include <openssl/provider.h>
@@ -37,6 +38,8 @@ struct Library {
   const EVP_MD* sha256 = nullptr;
   // [cipher][cbc]
   EVP_CIPHER* ciphers[4][2] = {};
+  EVP_CIPHER* gcm = nullptr;
+  EVP_KDF* pbkdf2 = nullptr;
   EC_GROUP* sm2 = nullptr;
   bool ok = false;
 };
@@ -57,8 +60,10 @@ Library& lib() {
                                {"DES-EDE3-ECB", "DES-EDE3-CBC"}};
     for (int c = 0; c < 4; ++c)
       for (int m = 0; m < 2; ++m) l->ciphers[c][m] = EVP_CIPHER_fetch(l->ctx, names[c][m], nullptr);
+    l->gcm = EVP_CIPHER_fetch(l->ctx, "AES-256-GCM", nullptr);
+    l->pbkdf2 = EVP_KDF_fetch(l->ctx, "PBKDF2", nullptr);
     l->sm2 = EC_GROUP_new_by_curve_name_ex(l->ctx, nullptr, NID_sm2);
-    l->ok = l->sm3 && l->sha1 && l->sha256 && l->sm2;
+    l->ok = l->sm3 && l->sha1 && l->sha256 && l->gcm && l->pbkdf2 && l->sm2;
     return l;
   }();
   return *l;
@@ -215,6 +220,56 @@ bool cipher_blocks(void* ctx, const unsigned char* in, std::size_t len, unsigned
 }
 
 void cipher_free(void* ctx) { EVP_CIPHER_CTX_free(static_cast<EVP_CIPHER_CTX*>(ctx)); }
+
+// ---- key derivation and sealing ----
+
+bool pbkdf2_sha256(const unsigned char* pass, std::size_t passLen, const unsigned char* salt, std::size_t saltLen,
+                   unsigned iterations, unsigned char* out, std::size_t outLen) {
+  if (!init()) return false;
+  EVP_KDF_CTX* kctx = EVP_KDF_CTX_new(lib().pbkdf2);
+  if (!kctx) return false;
+  char digest[] = "SHA256";
+  uint64_t iter = iterations;
+  OSSL_PARAM params[] = {
+      OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_PASSWORD, const_cast<unsigned char*>(pass), passLen),
+      OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, const_cast<unsigned char*>(salt), saltLen),
+      OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_ITER, &iter),
+      OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0), OSSL_PARAM_construct_end()};
+  bool ok = EVP_KDF_derive(kctx, out, outLen, params) == 1;
+  EVP_KDF_CTX_free(kctx);
+  return ok;
+}
+
+namespace {
+// One GCM pass; tag is written when sealing and checked when opening.
+bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+         const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
+  if (!init() || len > INT_MAX || aadLen > INT_MAX) return false;
+  EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+  if (!ctx) return false;
+  int n = 0;
+  bool ok = EVP_CipherInit_ex2(ctx, lib().gcm, key, iv, seal ? 1 : 0, nullptr) == 1 &&
+            (aadLen == 0 || EVP_CipherUpdate(ctx, nullptr, &n, aad, static_cast<int>(aadLen)) == 1) &&
+            (len == 0 || EVP_CipherUpdate(ctx, out, &n, in, static_cast<int>(len)) == 1) &&
+            (seal || EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_SET_TAG, 16, tag) == 1) &&
+            EVP_CipherFinal_ex(ctx, out + len, &n) == 1 &&
+            (!seal || EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_GET_TAG, 16, tag) == 1);
+  EVP_CIPHER_CTX_free(ctx);
+  return ok;
+}
+}  // namespace
+
+bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+              const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
+  return gcm(true, key, iv, aad, aadLen, in, len, out, tag);
+}
+
+bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+              const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out) {
+  if (gcm(false, key, iv, aad, aadLen, in, len, out, const_cast<unsigned char*>(tag))) return true;
+  crypto::wipe(out, len);
+  return false;
+}
 
 // ---- keys ----
 

@@ -237,12 +237,16 @@ int VorelPKICertGetCertStringAttribute(VOREL_CERT* cert, int attribute, char** t
 int VorelPKICryptoGetCertificate(VOREL_KEYPAIR* keypair, int index, VOREL_CERT** cert) {
   if (!keypair || !cert) return fail(VOREL_ERR_PARAM);
   *cert = nullptr;
+  if (index != 0) return fail(VOREL_ERR_NOT_FOUND);
   std::vector<unsigned char> der;
-  {
+  if (keypair->device->token) {
+    int rc = vorel::crypto::tokens::get_cert(keypair, der);
+    if (rc != VOREL_OK) return fail(rc);
+  } else {
     std::lock_guard<std::mutex> guard(keypair->lock);
     der = keypair->cert;
   }
-  if (index != 0 || der.empty()) return fail(VOREL_ERR_NOT_FOUND);
+  if (der.empty()) return fail(VOREL_ERR_NOT_FOUND);
   *cert = VorelPKICertNewCert(der.data(), der.size());
   return *cert ? ok() : VorelPKIGetLastError();
 }
@@ -258,6 +262,10 @@ int VorelPKICryptoUpdateCertificate(VOREL_KEYPAIR* keypair, VOREL_CERT* cert) {
   VorelPKICryptoFreePublicKey(pairKey);
   if (rc == 0) return fail(VOREL_ERR_KEY_MISMATCH);
   if (rc != 1) return fail(rc);
+  if (keypair->device->token) {
+    rc = vorel::crypto::tokens::set_cert(keypair, cert->der);
+    return rc == VOREL_OK ? ok() : fail(rc);
+  }
   std::lock_guard<std::mutex> guard(keypair->lock);
   keypair->cert = cert->der;
   return ok();

@@ -17,7 +17,7 @@ thread_local int t_last_error = VOREL_OK;
 
 // Never destroyed: references may outlive static destruction at process exit.
 vorel_device_st* pseudo_device() {
-  static vorel_device_st* device = new (std::nothrow) vorel_device_st{VOREL_DEVICE_PSEUDO, {1}};
+  static vorel_device_st* device = new (std::nothrow) vorel_device_st;
   return device;
 }
 }  // namespace

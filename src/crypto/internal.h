@@ -2,9 +2,12 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <vector>
 
 #include "crypto/backend.h"
 #include "crypto/secure.h"
+#include "vorel/vorel_crypto.h"
 
 namespace vorel::crypto {
 
@@ -46,5 +49,25 @@ void encode_sm2_private(const unsigned char* d, const unsigned char* q, SecureBy
 
 // Builds a backend key from decoded numbers after checking them; VOREL_OK or an error code.
 int key_from_decoded(const DecodedKey& decoded, bool priv, backend::Key** key, int* bits);
+// The public half of a backend key as a key of its own.
+backend::Key* public_copy(const backend::Key* key, int alg);
+// A key-pair object that owns key; VOREL_OK or an error code.
+int keypair_object(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair);
+// PKCS#8 of a private key and SubjectPublicKeyInfo of its public half.
+bool encode_key(const backend::Key* key, int alg, SecureBytes& pkcs8, SecureBytes& spki);
+
+// Key pairs kept on software tokens.
+namespace tokens {
+// Fails with VOREL_ERR_NOT_LOGGED_IN unless the user PIN was verified for the device's token.
+int require_user(VOREL_DEVICE* device);
+// Stores a private key on the device's token and hands out its key-pair object; takes key.
+int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int bits, int type, VOREL_KEYPAIR** keypair);
+// The private half, unsealed once per login; nullptr with *rc set when it cannot be had.
+std::shared_ptr<backend::Key> private_key(VOREL_KEYPAIR* keypair, int* rc);
+int delete_keypair(VOREL_KEYPAIR* keypair);
+int set_label(VOREL_KEYPAIR* keypair, const char* label);
+int get_cert(VOREL_KEYPAIR* keypair, std::vector<unsigned char>& der);
+int set_cert(VOREL_KEYPAIR* keypair, const std::vector<unsigned char>& der);
+}  // namespace tokens
 
 }  // namespace vorel::crypto

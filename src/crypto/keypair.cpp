@@ -123,7 +123,32 @@ VOREL_PUBLICKEY* new_public(int alg, int bits, backend::Key* key) {
   return pub;
 }
 
-// The public half of a backend key as a key of its own.
+bool valid_type(int type) { return type == VOREL_KEYPAIR_SIGN || type == VOREL_KEYPAIR_ENCRYPT; }
+
+// A new key pair: kept on the device when it is a token.
+int new_keypair(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
+  int rc = device->token ? tokens::store_keypair(device, key, alg, bits, type, keypair)
+                         : keypair_object(device, alg, bits, type, key, keypair);
+  return rc == VOREL_OK ? ok() : fail(rc);
+}
+
+// The private half of a key pair for one operation.
+struct PrivateHalf {
+  std::shared_ptr<backend::Key> held;  // token keys: kept alive while in use
+  const backend::Key* key = nullptr;
+  int rc = VOREL_OK;
+  explicit PrivateHalf(VOREL_KEYPAIR* kp) {
+    if (!kp->device->token) {
+      key = kp->key;
+      return;
+    }
+    held = tokens::private_key(kp, &rc);
+    key = held.get();
+  }
+};
+
+}  // namespace
+
 backend::Key* public_copy(const backend::Key* key, int alg) {
   if (alg == VOREL_ALG_SM2) {
     unsigned char q[65];
@@ -133,11 +158,11 @@ backend::Key* public_copy(const backend::Key* key, int alg) {
   return backend::rsa_export(key, k, false) ? backend::rsa_import(k, false) : nullptr;
 }
 
-int new_keypair(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
+int keypair_object(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
   auto* kp = new (std::nothrow) vorel_keypair_st;
   if (!kp) {
     backend::key_free(key);
-    return fail(VOREL_ERR_MEMORY);
+    return VOREL_ERR_MEMORY;
   }
   VorelPKICryptoDupDevice(device, &kp->device);
   kp->alg = alg;
@@ -145,12 +170,24 @@ int new_keypair(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key*
   kp->type = type;
   kp->key = key;
   *keypair = kp;
-  return ok();
+  return VOREL_OK;
 }
 
-bool valid_type(int type) { return type == VOREL_KEYPAIR_SIGN || type == VOREL_KEYPAIR_ENCRYPT; }
-
-}  // namespace
+bool encode_key(const backend::Key* key, int alg, SecureBytes& pkcs8, SecureBytes& spki) {
+  if (alg == VOREL_ALG_SM2) {
+    unsigned char q[65], d[32];
+    if (!backend::sm2_export(key, q, d)) return false;
+    encode_sm2_private(d, q, pkcs8);
+    encode_sm2_public(q, spki);
+    wipe(d, sizeof d);
+    return true;
+  }
+  backend::RsaNumbers k;
+  if (!backend::rsa_export(key, k, true)) return false;
+  encode_rsa_private(k, pkcs8);
+  encode_rsa_public(k.n, k.e, spki);
+  return true;
+}
 
 int key_from_decoded(const DecodedKey& k, bool priv, backend::Key** key, int* bits) {
   if (k.alg == VOREL_ALG_SM2) {
@@ -184,6 +221,8 @@ int VorelPKICryptoGenerateKeypair(VOREL_DEVICE* device, int alg, int bits, int p
                                   VOREL_KEYPAIR** keypair) {
   if (!device || !keypair || !valid_type(type)) return fail(VOREL_ERR_PARAM);
   *keypair = nullptr;
+  // No key is made for a token that could not keep it.
+  if (device->token && tokens::require_user(device) != VOREL_OK) return fail(VOREL_ERR_NOT_LOGGED_IN);
   backend::Key* key = nullptr;
   if (alg == VOREL_ALG_SM2) {
     if (bits != 256 || (param != 0 && param != VOREL_CURVE_SM2)) return fail(VOREL_ERR_NOT_SUPPORTED);
@@ -216,18 +255,9 @@ int VorelPKICryptoImportKeypair(VOREL_DEVICE* device, const unsigned char* der, 
 
 int VorelPKICryptoExportKeypair(VOREL_KEYPAIR* keypair, unsigned char** der, size_t* derLen) {
   if (!keypair || !der || !derLen) return fail(VOREL_ERR_PARAM);
-  if (keypair->device->type != VOREL_DEVICE_PSEUDO) return fail(VOREL_ERR_NOT_EXPORTABLE);
-  SecureBytes out;
-  if (keypair->alg == VOREL_ALG_SM2) {
-    unsigned char q[65], d[32];
-    if (!backend::sm2_export(keypair->key, q, d)) return fail(VOREL_ERR_GENERAL);
-    encode_sm2_private(d, q, out);
-    wipe(d, sizeof d);
-  } else {
-    backend::RsaNumbers k;
-    if (!backend::rsa_export(keypair->key, k, true)) return fail(VOREL_ERR_GENERAL);
-    encode_rsa_private(k, out);
-  }
+  if (keypair->device->token) return fail(VOREL_ERR_NOT_EXPORTABLE);
+  SecureBytes out, spki;
+  if (!encode_key(keypair->key, keypair->alg, out, spki)) return fail(VOREL_ERR_GENERAL);
   return hand_out(out.data(), out.size(), der, derLen);
 }
 
@@ -246,8 +276,11 @@ void VorelPKICryptoFreeKeypair(VOREL_KEYPAIR* keypair) {
 }
 
 int VorelPKICryptoDeleteKeypair(VOREL_KEYPAIR* keypair) {
+  if (!keypair) return fail(VOREL_ERR_PARAM);
   // Pseudo-device key pairs live only in their objects: nothing is kept elsewhere.
-  return keypair ? ok() : fail(VOREL_ERR_PARAM);
+  if (!keypair->device->token) return ok();
+  int rc = tokens::delete_keypair(keypair);
+  return rc == VOREL_OK ? ok() : fail(rc);
 }
 
 int VorelPKICryptoGetKeypairType(VOREL_KEYPAIR* keypair) {
@@ -270,7 +303,19 @@ int VorelPKICryptoGetKeypairBits(VOREL_KEYPAIR* keypair) {
 
 int VorelPKICryptoGetKeypairLabel(VOREL_KEYPAIR* keypair, char** label) {
   if (!keypair || !label) return fail(VOREL_ERR_PARAM);
+  std::lock_guard<std::mutex> guard(keypair->lock);
   return hand_out_text(keypair->label.c_str(), keypair->label.size(), label);
+}
+
+int VorelPKICryptoSetKeypairLabel(VOREL_KEYPAIR* keypair, const char* label) {
+  if (!keypair || !label || std::strlen(label) > VOREL_KEYPAIR_LABEL_MAX_LEN) return fail(VOREL_ERR_PARAM);
+  if (keypair->device->token) {
+    int rc = tokens::set_label(keypair, label);
+    if (rc != VOREL_OK) return fail(rc);
+  }
+  std::lock_guard<std::mutex> guard(keypair->lock);
+  keypair->label = label;
+  return ok();
 }
 
 // ---- public keys ----
@@ -354,7 +399,9 @@ int VorelPKICryptoSignHash(VOREL_KEYPAIR* keypair, int mechanism, const void* /*
         int rc = sm2_digest(keypair->key, data, dataLen, e);
         if (rc != VOREL_OK) return fail(rc);
       }
-      int rc = backend::sm2_sign(keypair->key, e, r, s);
+      PrivateHalf priv(keypair);
+      if (!priv.key) return fail(priv.rc);
+      int rc = backend::sm2_sign(priv.key, e, r, s);
       if (rc != VOREL_OK) return fail(rc);
       return VorelPKICryptoEncodeECCSignature(r, 32, s, 32, signature, signatureLen);
     }
@@ -362,8 +409,10 @@ int VorelPKICryptoSignHash(VOREL_KEYPAIR* keypair, int mechanism, const void* /*
       if (keypair->alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
       std::size_t k = static_cast<std::size_t>(rsa_bytes(keypair->bits));
       if (dataLen == 0 || dataLen > k - 11) return fail(VOREL_ERR_DATA_LEN);
+      PrivateHalf priv(keypair);
+      if (!priv.key) return fail(priv.rc);
       SecureBytes out(k);
-      int rc = backend::rsa_sign_pkcs1(keypair->key, data, dataLen, out.data());
+      int rc = backend::rsa_sign_pkcs1(priv.key, data, dataLen, out.data());
       if (rc != VOREL_OK) return fail(rc);
       return hand_out(out.data(), k, signature, signatureLen);
     }
@@ -456,8 +505,10 @@ int VorelPKICryptoPrivateKeyDecrypt(VOREL_KEYPAIR* keypair, int mechanism, const
       if (keypair->alg != VOREL_ALG_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
       if (!sm2_hash_param(param)) return fail(VOREL_ERR_NOT_SUPPORTED);
       if (inLen < 98 || in[0] != 0x04) return fail(VOREL_ERR_DATA_LEN);
+      PrivateHalf priv(keypair);
+      if (!priv.key) return fail(priv.rc);
       SecureBytes plain(inLen - 97);
-      int rc = backend::sm2_decrypt(keypair->key, in, inLen, plain.data());
+      int rc = backend::sm2_decrypt(priv.key, in, inLen, plain.data());
       if (rc != VOREL_OK) return fail(rc);
       return hand_out(plain.data(), plain.size(), out, outLen);
     }
@@ -470,10 +521,16 @@ int VorelPKICryptoPrivateKeyDecrypt(VOREL_KEYPAIR* keypair, int mechanism, const
       int rc;
       if (mechanism == VOREL_MECH_RSA_PKCS1) {
         if (inLen != k) return fail(VOREL_ERR_DATA_LEN);
-        rc = backend::rsa_decrypt(keypair->key, true, in, inLen, result.data(), &produced);
       } else {
         rc = raw_input(keypair->key, keypair->bits, in, inLen, block);
-        if (rc == VOREL_OK) rc = backend::rsa_decrypt(keypair->key, false, block.data(), k, result.data(), &produced);
+        if (rc != VOREL_OK) return fail(rc);
+      }
+      PrivateHalf priv(keypair);
+      if (!priv.key) return fail(priv.rc);
+      if (mechanism == VOREL_MECH_RSA_PKCS1) {
+        rc = backend::rsa_decrypt(priv.key, true, in, inLen, result.data(), &produced);
+      } else {
+        rc = backend::rsa_decrypt(priv.key, false, block.data(), k, result.data(), &produced);
       }
       if (rc != VOREL_OK) return fail(rc);
       return hand_out(result.data(), produced, out, outLen);

@@ -2,16 +2,24 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "crypto/backend.h"
+#include "crypto/token.h"
 #include "vorel/vorel_crypto.h"
 
 struct vorel_device_st {
-  int type;
-  std::atomic<int> refs;
+  int type = VOREL_DEVICE_PSEUDO;
+  std::atomic<int> refs{1};
+  std::shared_ptr<vorel::token::Token> token;  // none for the pseudo device
+};
+
+struct vorel_device_list_st {
+  std::vector<VOREL_DEVICE*> devices;  // one reference each
 };
 
 // Shared by every reference (DupKeypair); freed with the last one.
@@ -20,11 +28,12 @@ struct vorel_keypair_st {
   VOREL_DEVICE* device = nullptr;  // a reference of its own
   int alg = 0;                     // VOREL_ALG_*
   int bits = 0;
-  int type = 0;  // VOREL_KEYPAIR_*
+  int type = 0;                        // VOREL_KEYPAIR_*
+  vorel::backend::Key* key = nullptr;  // both halves; only the public one for token key pairs
+  std::uint32_t tokenId = 0;           // the key pair's number on its token
+  std::mutex lock;                     // guards label and cert
   std::string label;
-  vorel::backend::Key* key = nullptr;  // both halves
-  std::mutex lock;                     // guards cert
-  std::vector<unsigned char> cert;     // DER; empty when none
+  std::vector<unsigned char> cert;  // DER; empty when none (token key pairs keep theirs on the token)
 };
 
 struct vorel_publickey_st {

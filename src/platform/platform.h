@@ -51,8 +51,8 @@ char path_separator();
 std::string user_data_dir();
 // Creates the folder and its missing parents (private to the user); true when it exists after.
 bool make_dirs(const std::string& path);
-// The whole file; false when it cannot be read.
-bool read_file(const std::string& path, std::string& out);
+// The file, or its first limit bytes; false when it cannot be read.
+bool read_file(const std::string& path, std::string& out, std::size_t limit = static_cast<std::size_t>(-1));
 // Replaces the file so that a reader, or the file after a crash at any instant, has either the
 // old or the new content: written to a temporary file beside it, flushed, renamed over it.
 bool write_file_atomic(const std::string& path, const void* data, std::size_t len);

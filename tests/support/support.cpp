@@ -12,7 +12,10 @@
 #ifdef _WIN32
 #include <direct.h>
 #include <process.h>
+#include <windows.h>
 #else
+#include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -140,25 +143,93 @@ std::string quote(const std::string& arg) {
 
 }  // namespace
 
-int run_process(const std::string& exe, const std::vector<std::string>& args) {
+Child::Child(const std::string& exe, const std::vector<std::string>& args, const std::string& stdoutPath) {
   std::vector<std::string> words{exe};
   words.insert(words.end(), args.begin(), args.end());
+  std::fflush(nullptr);
 #ifdef _WIN32
-  for (std::string& w : words) w = quote(w);
-#endif
+  std::string line;
+  for (const std::string& w : words) line += (line.empty() ? "" : " ") + quote(w);
+  STARTUPINFOA si = {};
+  si.cb = sizeof si;
+  HANDLE out = INVALID_HANDLE_VALUE;
+  if (!stdoutPath.empty()) {
+    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+    out = CreateFileA(stdoutPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                      nullptr);
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    si.hStdOutput = out;
+    si.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  }
+  PROCESS_INFORMATION pi = {};
+  if (CreateProcessA(exe.c_str(), &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
+    CloseHandle(pi.hThread);
+    handle_ = pi.hProcess;
+  }
+  if (out != INVALID_HANDLE_VALUE) CloseHandle(out);
+#else
   std::vector<char*> argv;
   for (std::string& w : words) argv.push_back(&w[0]);
   argv.push_back(nullptr);
-#ifdef _WIN32
-  std::fflush(nullptr);
-  return static_cast<int>(_spawnv(_P_WAIT, exe.c_str(), argv.data()));
-#else
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (!stdoutPath.empty())
+    posix_spawn_file_actions_addopen(&actions, 1, stdoutPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   pid_t pid;
-  if (posix_spawn(&pid, exe.c_str(), nullptr, nullptr, argv.data(), environ) != 0) return -1;
-  int status = 0;
-  if (waitpid(pid, &status, 0) < 0) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (posix_spawn(&pid, exe.c_str(), &actions, nullptr, argv.data(), environ) == 0) pid_ = pid;
+  posix_spawn_file_actions_destroy(&actions);
 #endif
+}
+
+Child::~Child() {
+  if (running()) {
+    kill();
+    wait();
+  }
+}
+
+bool Child::running() const {
+#ifdef _WIN32
+  return handle_ != nullptr;
+#else
+  return pid_ > 0;
+#endif
+}
+
+void Child::kill() {
+#ifdef _WIN32
+  if (handle_) TerminateProcess(handle_, 137);
+#else
+  if (pid_ > 0) ::kill(pid_, SIGKILL);
+#endif
+}
+
+int Child::wait() {
+  int code = -1;
+#ifdef _WIN32
+  if (!handle_) return -1;
+  DWORD exit = 0;
+  if (WaitForSingleObject(handle_, INFINITE) == WAIT_OBJECT_0 && GetExitCodeProcess(handle_, &exit))
+    code = static_cast<int>(exit);
+  CloseHandle(handle_);
+  handle_ = nullptr;
+#else
+  if (pid_ <= 0) return -1;
+  int status = 0;
+  if (waitpid(pid_, &status, 0) == pid_) code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  pid_ = 0;
+#endif
+  return code;
+}
+
+int run_process(const std::string& exe, const std::vector<std::string>& args) { return Child(exe, args).wait(); }
+
+int run_process(const std::string& exe, const std::vector<std::string>& args, std::string& output) {
+  std::string path = make_temp_dir("out") + "stdout.txt";
+  int code = Child(exe, args, path).wait();
+  output = read_file(path);
+  return code;
 }
 
 std::string module_path(const char* fileName) {

@@ -45,8 +45,30 @@ class LogFile {
 
 std::size_t count(const std::string& haystack, const std::string& needle);
 
-// Runs a program with arguments, inheriting the environment; returns its exit code.
+// A program started with arguments, inheriting the environment; killed if still running when
+// the object goes. stdoutPath, when given, receives its standard output.
+class Child {
+ public:
+  Child(const std::string& exe, const std::vector<std::string>& args, const std::string& stdoutPath = "");
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  bool running() const;
+  void kill();
+  // Exit code (128 + signal when killed on POSIX); -1 when it never started.
+  int wait();
+
+ private:
+#ifdef _WIN32
+  void* handle_ = nullptr;
+#else
+  int pid_ = 0;
+#endif
+};
+
+// Runs a program to its end; returns its exit code, and its standard output when asked.
 int run_process(const std::string& exe, const std::vector<std::string>& args);
+int run_process(const std::string& exe, const std::vector<std::string>& args, std::string& output);
 
 // File names of the built binaries beside the test executables, loadable from the working folder.
 std::string module_path(const char* fileName);

@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -139,17 +140,22 @@ bool make_dirs(const std::string& path) {
   return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
 }
 
-bool read_file(const std::string& path, std::string& out) {
+bool read_file(const std::string& path, std::string& out, std::size_t limit) {
   int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
   out.clear();
+  struct stat st;
+  if (fstat(fd, &st) == 0 && st.st_size > 0) out.reserve(std::min(limit, static_cast<std::size_t>(st.st_size)));
   char buf[65536];
-  ssize_t n;
-  while ((n = read(fd, buf, sizeof buf)) > 0 || (n < 0 && errno == EINTR)) {
-    if (n > 0) out.append(buf, static_cast<std::size_t>(n));
+  ssize_t n = 0;
+  while (out.size() < limit) {
+    n = read(fd, buf, std::min(sizeof buf, limit - out.size()));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    out.append(buf, static_cast<std::size_t>(n));
   }
   close(fd);
-  return n == 0;
+  return n >= 0;
 }
 
 namespace {

@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "platform/platform.h"
@@ -94,7 +95,7 @@ bool make_dirs(const std::string& path) {
   return CreateDirectoryA(path.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
 }
 
-bool read_file(const std::string& path, std::string& out) {
+bool read_file(const std::string& path, std::string& out, std::size_t limit) {
   HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (h == INVALID_HANDLE_VALUE) return false;
@@ -102,7 +103,11 @@ bool read_file(const std::string& path, std::string& out) {
   char buf[65536];
   DWORD n = 0;
   bool ok = true;
-  while ((ok = ReadFile(h, buf, sizeof buf, &n, nullptr) != 0) && n > 0) out.append(buf, n);
+  while (out.size() < limit) {
+    DWORD want = static_cast<DWORD>(std::min<std::size_t>(sizeof buf, limit - out.size()));
+    if (!(ok = ReadFile(h, buf, want, &n, nullptr) != 0) || n == 0) break;
+    out.append(buf, n);
+  }
   CloseHandle(h);
   return ok;
 }

@@ -1,0 +1,120 @@
+// Software tokens: one file per token in the token folder, replaced whole on every write.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "crypto/backend.h"
+#include "crypto/secure.h"
+
+namespace vorel::token {
+
+constexpr std::uint32_t kFormatVersion = 1;
+constexpr std::size_t kHeaderSize = 28;  // magic, version, instance, generation
+constexpr unsigned kDefaultIterations = 150000;
+
+// A PIN's copy of the token key, sealed under a key derived from the PIN.
+struct PinSlot {
+  std::uint32_t remaining = 0;
+  unsigned char salt[16] = {};
+  unsigned char iv[12] = {};
+  unsigned char wrapped[32] = {};
+  unsigned char tag[16] = {};
+};
+
+struct StoredKey {
+  std::uint32_t id = 0, type = 0, alg = 0, bits = 0;
+  std::string label;
+  std::string spki;  // public key, DER
+  unsigned char iv[12] = {};
+  std::string sealed;  // PKCS#8 of the private key under the token key
+  unsigned char tag[16] = {};
+  std::string cert;  // DER; empty when none
+};
+
+struct DataObject {
+  unsigned char access[4] = {};
+  std::string data;
+};
+
+// Everything a token file holds.
+struct Contents {
+  std::uint64_t instance = 0;    // random, fixed at creation: tells a re-created token apart
+  std::uint64_t generation = 0;  // grows with every write
+  std::uint32_t type = 0;
+  std::string serial, label;
+  std::uint32_t iterations = kDefaultIterations;
+  std::uint32_t maxTries = 6;
+  PinSlot user, so;
+  std::uint32_t nextKeyId = 1;
+  std::vector<StoredKey> keys;  // creation order
+  std::map<std::uint32_t, DataObject> data;
+};
+
+// The file image, checksum included.
+std::string serialize(const Contents& c);
+// VOREL_OK, or VOREL_ERR_TOKEN_DAMAGED with the reason in why.
+int parse(const std::string& file, Contents& c, std::string* why);
+
+enum class Login { None, User, So };
+
+// One token as this process sees it: the last committed contents read from its file, and the
+// login. Shared by every device object of the token; lives as long as the process.
+struct Token {
+  std::string path, lockPath;
+  std::mutex mu;  // taken before the file lock
+  Contents c;
+  bool loaded = false;
+  Login login = Login::None;
+  crypto::SecureBytes tokenKey;
+  std::map<std::uint32_t, std::shared_ptr<backend::Key>> keys;  // unsealed private keys
+
+  void logout();
+};
+
+// The token file name for a type and serial number, and the folder tokens live in.
+std::string token_dir();
+std::string file_name(int type, const std::string& serial);
+bool valid_serial(const std::string& serial);
+
+// The process's one Token for a file path.
+std::shared_ptr<Token> token_at(const std::string& path);
+
+// Holds a token's in-process mutex and its file lock, and brings its contents up to date.
+class Session {
+ public:
+  explicit Session(Token& t);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  // VOREL_OK once the contents are current; else why not.
+  int status() const { return status_; }
+  // Why the file could not be read as a token.
+  const std::string& why() const { return why_; }
+  // Writes the contents back as the next generation.
+  int commit();
+  // Writes a new token where there is none (VOREL_ERR_EXISTS otherwise).
+  int create(Contents&& c);
+  // Removes the token file.
+  int remove();
+
+ private:
+  Token& t_;
+  std::unique_lock<std::mutex> guard_;
+  void* file_ = nullptr;
+  int status_;
+  std::string why_;
+};
+
+// A file in the token folder that could not be listed, and why.
+struct Problem {
+  std::string file, why;
+};
+// The tokens of a type in the folder, sorted by serial number; problems collect skipped files.
+std::vector<std::shared_ptr<Token>> scan(int type, std::vector<Problem>* problems);
+
+}  // namespace vorel::token

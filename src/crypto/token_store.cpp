@@ -1,0 +1,353 @@
+// The token file format, the token folder and the per-process token table.
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "crypto/token.h"
+#include "platform/platform.h"
+#include "vorel/vorel_crypto.h"
+
+namespace vorel::token {
+
+namespace {
+
+const char kMagic[8] = {'V', 'O', 'R', 'E', 'L', 'T', 'O', 'K'};
+constexpr std::size_t kChecksumSize = 32;
+// Bounds a damaged length field before it becomes an allocation.
+constexpr std::uint32_t kMaxBlob = 64u << 20;
+
+class Writer {
+ public:
+  explicit Writer(std::string& out) : out_(out) {}
+  void u32(std::uint32_t v) {
+    for (int s = 24; s >= 0; s -= 8) out_.push_back(static_cast<char>(v >> s));
+  }
+  void u64(std::uint64_t v) {
+    u32(static_cast<std::uint32_t>(v >> 32));
+    u32(static_cast<std::uint32_t>(v));
+  }
+  void raw(const void* p, std::size_t n) { out_.append(static_cast<const char*>(p), n); }
+  void blob(const std::string& s) {
+    u32(static_cast<std::uint32_t>(s.size()));
+    out_.append(s);
+  }
+
+ private:
+  std::string& out_;
+};
+
+class Reader {
+ public:
+  Reader(const std::string& in, std::size_t end) : p_(reinterpret_cast<const unsigned char*>(in.data())), end_(end) {}
+  bool ok() const { return ok_; }
+  bool done() const { return at_ == end_; }
+  std::uint32_t u32() {
+    if (!need(4)) return 0;
+    std::uint32_t v = 0;
+    for (int i = 0; i < 4; ++i) v = v << 8 | p_[at_++];
+    return v;
+  }
+  std::uint64_t u64() {
+    std::uint64_t hi = u32();
+    return hi << 32 | u32();
+  }
+  void raw(void* out, std::size_t n) {
+    if (!need(n)) return;
+    std::memcpy(out, p_ + at_, n);
+    at_ += n;
+  }
+  void blob(std::string& s, std::uint32_t max = kMaxBlob) {
+    std::uint32_t n = u32();
+    if (n > max) ok_ = false;
+    if (!need(n)) return;
+    s.assign(reinterpret_cast<const char*>(p_ + at_), n);
+    at_ += n;
+  }
+  // A count of records each at least min bytes long, checked against what is left.
+  std::uint32_t count(std::size_t min) {
+    std::uint32_t n = u32();
+    if (ok_ && n > (end_ - at_) / min) ok_ = false;
+    return ok_ ? n : 0;
+  }
+
+ private:
+  bool need(std::size_t n) {
+    if (!ok_ || end_ - at_ < n) ok_ = false;
+    return ok_;
+  }
+  const unsigned char* p_;
+  std::size_t end_, at_ = 0;
+  bool ok_ = true;
+};
+
+void write_pin(Writer& w, const PinSlot& s) {
+  w.u32(s.remaining);
+  w.raw(s.salt, sizeof s.salt);
+  w.raw(s.iv, sizeof s.iv);
+  w.raw(s.wrapped, sizeof s.wrapped);
+  w.raw(s.tag, sizeof s.tag);
+}
+
+void read_pin(Reader& r, PinSlot& s) {
+  s.remaining = r.u32();
+  r.raw(s.salt, sizeof s.salt);
+  r.raw(s.iv, sizeof s.iv);
+  r.raw(s.wrapped, sizeof s.wrapped);
+  r.raw(s.tag, sizeof s.tag);
+}
+
+bool sha256(const char* p, std::size_t n, unsigned char* out) {
+  void* h = backend::hash_new(VOREL_HASH_SHA256);
+  if (!h) return false;
+  bool ok = backend::hash_update(h, reinterpret_cast<const unsigned char*>(p), n) && backend::hash_final(h, out);
+  backend::hash_free(h);
+  return ok;
+}
+
+int damaged(std::string* why, const char* text) {
+  if (why) *why = text;
+  return VOREL_ERR_TOKEN_DAMAGED;
+}
+
+}  // namespace
+
+std::string serialize(const Contents& c) {
+  std::string out;
+  std::size_t size = 256 + c.serial.size() + c.label.size() + kChecksumSize;
+  for (const StoredKey& k : c.keys) size += 96 + k.label.size() + k.spki.size() + k.sealed.size() + k.cert.size();
+  for (const auto& d : c.data) size += 12 + d.second.data.size();
+  out.reserve(size);
+  Writer w(out);
+  w.raw(kMagic, sizeof kMagic);
+  w.u32(kFormatVersion);
+  w.u64(c.instance);
+  w.u64(c.generation);
+  w.u32(c.type);
+  w.blob(c.serial);
+  w.blob(c.label);
+  w.u32(c.iterations);
+  w.u32(c.maxTries);
+  write_pin(w, c.user);
+  write_pin(w, c.so);
+  w.u32(c.nextKeyId);
+  w.u32(static_cast<std::uint32_t>(c.keys.size()));
+  for (const StoredKey& k : c.keys) {
+    w.u32(k.id);
+    w.u32(k.type);
+    w.u32(k.alg);
+    w.u32(k.bits);
+    w.blob(k.label);
+    w.blob(k.spki);
+    w.raw(k.iv, sizeof k.iv);
+    w.blob(k.sealed);
+    w.raw(k.tag, sizeof k.tag);
+    w.blob(k.cert);
+  }
+  w.u32(static_cast<std::uint32_t>(c.data.size()));
+  for (const auto& d : c.data) {
+    w.u32(d.first);
+    w.raw(d.second.access, sizeof d.second.access);
+    w.blob(d.second.data);
+  }
+  unsigned char sum[kChecksumSize] = {};
+  sha256(out.data(), out.size(), sum);
+  w.raw(sum, sizeof sum);
+  return out;
+}
+
+int parse(const std::string& file, Contents& c, std::string* why) {
+  if (file.size() < kHeaderSize + kChecksumSize || std::memcmp(file.data(), kMagic, sizeof kMagic) != 0)
+    return damaged(why, "not a token file");
+  std::size_t body = file.size() - kChecksumSize;
+  unsigned char sum[kChecksumSize];
+  if (!sha256(file.data(), body, sum)) return VOREL_ERR_GENERAL;
+  if (std::memcmp(sum, file.data() + body, kChecksumSize) != 0) return damaged(why, "checksum mismatch");
+  Reader r(file, body);
+  char magic[8];
+  r.raw(magic, sizeof magic);
+  if (r.u32() != kFormatVersion) return damaged(why, "unknown format version");
+  Contents n;
+  n.instance = r.u64();
+  n.generation = r.u64();
+  n.type = r.u32();
+  r.blob(n.serial, VOREL_SERIAL_MAX_LEN);
+  r.blob(n.label, VOREL_LABEL_MAX_LEN);
+  n.iterations = r.u32();
+  n.maxTries = r.u32();
+  read_pin(r, n.user);
+  read_pin(r, n.so);
+  n.nextKeyId = r.u32();
+  std::uint32_t keys = r.count(64);
+  n.keys.resize(keys);
+  for (StoredKey& k : n.keys) {
+    k.id = r.u32();
+    k.type = r.u32();
+    k.alg = r.u32();
+    k.bits = r.u32();
+    r.blob(k.label, VOREL_KEYPAIR_LABEL_MAX_LEN);
+    r.blob(k.spki);
+    r.raw(k.iv, sizeof k.iv);
+    r.blob(k.sealed);
+    r.raw(k.tag, sizeof k.tag);
+    r.blob(k.cert);
+  }
+  std::uint32_t objects = r.count(12);
+  for (std::uint32_t i = 0; r.ok() && i < objects; ++i) {
+    std::uint32_t id = r.u32();
+    DataObject d;
+    r.raw(d.access, sizeof d.access);
+    r.blob(d.data, VOREL_DATA_MAX_SIZE);
+    if (!n.data.emplace(id, std::move(d)).second) return damaged(why, "data object listed twice");
+  }
+  if (!r.ok() || !r.done()) return damaged(why, "truncated or overlong record");
+  if (!valid_serial(n.serial) || n.iterations == 0 || n.maxTries == 0 || n.user.remaining > n.maxTries ||
+      n.so.remaining > n.maxTries)
+    return damaged(why, "inconsistent values");
+  c = std::move(n);
+  return VOREL_OK;
+}
+
+void Token::logout() {
+  login = Login::None;
+  tokenKey.clear();
+  tokenKey.shrink_to_fit();  // the allocator wipes what it gives back
+  keys.clear();
+}
+
+std::string token_dir() {
+  char sep = platform::path_separator();
+  const char* env = platform::env_get("VOREL_TOKEN_DIR");
+  std::string dir;
+  if (env && *env) {
+    dir = env;
+  } else {
+    dir = platform::user_data_dir();
+    if (dir.empty()) return dir;
+    dir = dir + sep + "vorel" + sep + "tokens";
+  }
+  // One spelling per folder: the token table is keyed by path.
+  while (dir.size() > 1 && (dir.back() == sep || dir.back() == '/')) dir.pop_back();
+  return dir;
+}
+
+bool valid_serial(const std::string& serial) {
+  if (serial.empty() || serial.size() > VOREL_SERIAL_MAX_LEN) return false;
+  return std::all_of(serial.begin(), serial.end(), [](char ch) {
+    return (ch >= '0' && ch <= '9') || (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || ch == '-' || ch == '_';
+  });
+}
+
+std::string file_name(int type, const std::string& serial) { return std::to_string(type) + "-" + serial + ".token"; }
+
+std::shared_ptr<Token> token_at(const std::string& path) {
+  // Never destroyed: device objects may be released during static destruction.
+  static std::mutex* mu = new std::mutex;
+  static auto* table = new std::map<std::string, std::shared_ptr<Token>>;
+  std::lock_guard<std::mutex> guard(*mu);
+  std::shared_ptr<Token>& slot = (*table)[path];
+  if (!slot) {
+    slot = std::make_shared<Token>();
+    slot->path = path;
+    slot->lockPath = path.substr(0, path.size() - 6) + ".lock";
+  }
+  return slot;
+}
+
+Session::Session(Token& t) : t_(t), guard_(t.mu) {
+  file_ = platform::file_lock(t.lockPath);
+  if (!file_) {
+    status_ = VOREL_ERR_STORE;
+    return;
+  }
+  // The header names the committed state: when it is the one held, nothing else is read.
+  std::string head;
+  if (!platform::read_file(t.path, head, kHeaderSize)) {
+    t.loaded = false;
+    t.logout();
+    status_ = VOREL_ERR_DEVICE_REMOVED;
+    return;
+  }
+  if (t.loaded && head.size() == kHeaderSize) {
+    Reader r(head, kHeaderSize);
+    char magic[8];
+    r.raw(magic, sizeof magic);
+    r.u32();
+    std::uint64_t instance = r.u64(), generation = r.u64();
+    if (instance == t.c.instance && generation == t.c.generation) {
+      status_ = VOREL_OK;
+      return;
+    }
+  }
+  std::string file;
+  std::uint64_t instance = t.c.instance;
+  status_ = platform::read_file(t.path, file) ? parse(file, t.c, &why_) : VOREL_ERR_DEVICE_REMOVED;
+  t.loaded = status_ == VOREL_OK;
+  // A token deleted and made again under the same name has another token key.
+  if (!t.loaded || t.c.instance != instance) t.logout();
+}
+
+Session::~Session() { platform::file_unlock(static_cast<platform::FileLock*>(file_)); }
+
+int Session::commit() {
+  if (status_ != VOREL_OK) return status_;
+  ++t_.c.generation;
+  std::string image = serialize(t_.c);
+  if (!platform::write_file_atomic(t_.path, image.data(), image.size())) {
+    // Memory now runs ahead of the file: read it again next time.
+    t_.loaded = false;
+    return VOREL_ERR_STORE;
+  }
+  return VOREL_OK;
+}
+
+int Session::create(Contents&& c) {
+  if (status_ == VOREL_OK) return VOREL_ERR_EXISTS;
+  if (status_ != VOREL_ERR_DEVICE_REMOVED) return status_;
+  t_.c = std::move(c);
+  t_.c.generation = 0;
+  t_.logout();
+  status_ = VOREL_OK;
+  t_.loaded = true;
+  return commit();
+}
+
+int Session::remove() {
+  if (status_ != VOREL_OK) return status_;
+  if (!platform::remove_file(t_.path)) return VOREL_ERR_STORE;
+  t_.loaded = false;
+  t_.logout();
+  status_ = VOREL_ERR_DEVICE_REMOVED;
+  return VOREL_OK;
+}
+
+std::vector<std::shared_ptr<Token>> scan(int type, std::vector<Problem>* problems) {
+  std::vector<std::shared_ptr<Token>> found;
+  std::string dir = token_dir();
+  std::vector<std::string> names;
+  if (dir.empty() || !platform::list_dir(dir, names)) return found;
+  std::string prefix = std::to_string(type) + "-";
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names) {
+    const std::string suffix = ".token";
+    if (name.size() <= suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) continue;
+    if (name.compare(0, prefix.size(), prefix) != 0) continue;
+    std::shared_ptr<Token> t = token_at(dir + platform::path_separator() + name);
+    std::string why;
+    {
+      Session s(*t);
+      if (s.status() != VOREL_OK) {
+        why = s.status() == VOREL_ERR_TOKEN_DAMAGED ? s.why() : "cannot be read";
+      } else if (file_name(static_cast<int>(t->c.type), t->c.serial) != name) {
+        why = "holds another token than its name says";
+      }
+    }
+    if (why.empty()) {
+      found.push_back(t);
+    } else if (problems) {
+      problems->push_back({name, why});
+    }
+  }
+  return found;
+}
+
+}  // namespace vorel::token

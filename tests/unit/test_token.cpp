@@ -1,0 +1,443 @@
+// Software tokens in one process: devices, PINs, key pairs, certificates, data objects, and
+// what the token files may never hold.
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "crypto/token.h"
+#include "crypto_support.h"
+#include "platform/platform.h"
+#include "support.h"
+
+namespace {
+
+using namespace crypto_test;
+
+const char kUser[] = "user-1234";
+const char kSo[] = "so-98765";
+const unsigned kIterations = 1000;  // the default is slow on purpose; these tests need no brute-force margin
+const unsigned char kMasterAccess[4] = {0x04, 0x03, 0x07, 0x03};
+
+struct Dev {
+  VOREL_DEVICE* p = nullptr;
+  ~Dev() { VorelPKICryptoFreeDevice(p); }
+};
+struct List {
+  VOREL_DEVICE_LIST* p = nullptr;
+  ~List() { VorelPKICryptoFreeDevices(p); }
+};
+struct Text {
+  char* p = nullptr;
+  ~Text() { VorelPKICryptoFreeMemory(p); }
+};
+
+class Tokens : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = testsupport::make_temp_dir("tokens");
+    env_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", dir_.c_str());
+    ASSERT_EQ(create(5, "T1", "Test token", &token_.p), VOREL_OK);
+  }
+
+  int create(int type, const char* serial, const char* label, VOREL_DEVICE** d) {
+    return VorelPKICryptoCreateToken(type, serial, label, kSo, kUser, kIterations, d);
+  }
+  std::string path_of(int type, const char* serial) { return dir_ + vorel::token::file_name(type, serial); }
+  int login(int type = VOREL_PWD_USER, const char* pin = nullptr) {
+    unsigned retries = 0;
+    return VorelPKICryptoVerifyPwd(token_.p, type, pin ? pin : (type == VOREL_PWD_USER ? kUser : kSo), &retries);
+  }
+  unsigned tries(int type = VOREL_PWD_USER) {
+    unsigned n = 99;
+    EXPECT_EQ(VorelPKICryptoGetPwdRetryNum(token_.p, type, &n), VOREL_OK);
+    return n;
+  }
+  std::vector<std::string> serials(int type) {
+    List list;
+    list.p = VorelPKICryptoGetAllDevices(type, VOREL_ENUM_TOKENS);
+    std::vector<std::string> out;
+    for (int i = 0; list.p && i < VorelPKICryptoGetDeviceCount(list.p); ++i) {
+      Dev d;
+      d.p = VorelPKICryptoGetDevice(list.p, i);
+      Text serial;
+      EXPECT_EQ(VorelPKICryptoGetSerialNumber(d.p, &serial.p), VOREL_OK);
+      out.push_back(serial.p);
+    }
+    return out;
+  }
+  VOREL_KEYPAIR* import(const char* file, int type) {
+    Bytes der = data(file);
+    VOREL_KEYPAIR* kp = nullptr;
+    EXPECT_EQ(VorelPKICryptoImportKeypair(token_.p, der.data(), der.size(), type, &kp), VOREL_OK);
+    return kp;
+  }
+
+  std::string dir_;
+  std::unique_ptr<testsupport::ScopedEnv> env_;
+  Dev token_;
+};
+
+TEST_F(Tokens, DevicesAreListedPerTypeInSerialOrderAndFoundBySerial) {
+  Dev c, a, z;
+  ASSERT_EQ(create(5, "C", "third", &c.p), VOREL_OK);
+  ASSERT_EQ(create(5, "A", "first", &a.p), VOREL_OK);
+  ASSERT_EQ(create(6, "Z", nullptr, &z.p), VOREL_OK);
+  EXPECT_EQ(serials(5), (std::vector<std::string>{"A", "C", "T1"}));
+  EXPECT_EQ(serials(6), (std::vector<std::string>{"Z"}));
+  EXPECT_TRUE(serials(7).empty());
+
+  Dev found;
+  ASSERT_EQ(VorelPKICryptoFindDevice(5, "C", VOREL_ENUM_TOKENS, &found.p), VOREL_OK);
+  Text label;
+  ASSERT_EQ(VorelPKICryptoGetLabel(found.p, &label.p), VOREL_OK);
+  EXPECT_STREQ(label.p, "third");
+  EXPECT_EQ(VorelPKICryptoGetDeviceType(found.p), 5);
+  Dev none;
+  for (const char* serial : {"Z", "missing", "../5-T1", ""})
+    EXPECT_EQ(VorelPKICryptoFindDevice(5, serial, VOREL_ENUM_TOKENS, &none.p), VOREL_ERR_NOT_FOUND) << serial;
+  EXPECT_EQ(none.p, nullptr);
+
+  // Hardware readers are not driven: asking only for them lists nothing; unknown flags are refused.
+  List hw;
+  hw.p = VorelPKICryptoGetAllDevices(5, VOREL_ENUM_HARDWARE);
+  ASSERT_NE(hw.p, nullptr);
+  EXPECT_EQ(VorelPKICryptoGetDeviceCount(hw.p), 0);
+  EXPECT_EQ(VorelPKICryptoGetAllDevices(5, 0x2), nullptr);
+  EXPECT_EQ(VorelPKICryptoGetDevice(hw.p, 0), nullptr);
+
+  // Type 0 is the pseudo device.
+  EXPECT_EQ(serials(0), (std::vector<std::string>{"PSEUDO"}));
+}
+
+TEST_F(Tokens, DamagedAndForeignFilesAreSkippedAndReported) {
+  std::string good = testsupport::read_file(path_of(5, "T1"));
+  std::string flipped = good;
+  flipped[flipped.size() / 2] ^= 0x01;
+  testsupport::write_file(path_of(5, "BAD"), "not a token at all, but named like one");
+  testsupport::write_file(path_of(5, "FLIP"), flipped);
+  testsupport::write_file(path_of(5, "CUT"), good.substr(0, good.size() - 7));
+  testsupport::write_file(path_of(5, "COPY"), good);  // T1 under another name
+  testsupport::write_file(dir_ + "notes.txt", "ignored");
+
+  EXPECT_EQ(serials(5), (std::vector<std::string>{"T1"}));
+  std::vector<vorel::token::Problem> problems;
+  vorel::token::scan(5, &problems);
+  std::vector<std::string> files;
+  for (const auto& p : problems) files.push_back(p.file + ": " + p.why);
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(files, (std::vector<std::string>{"5-BAD.token: not a token file",
+                                             "5-COPY.token: holds another token than its name says",
+                                             "5-CUT.token: checksum mismatch", "5-FLIP.token: checksum mismatch"}));
+  Dev d;
+  EXPECT_EQ(VorelPKICryptoFindDevice(5, "FLIP", VOREL_ENUM_TOKENS, &d.p), VOREL_ERR_TOKEN_DAMAGED);
+}
+
+TEST_F(Tokens, CreationChecksItsArguments) {
+  Dev d;
+  EXPECT_EQ(create(5, "T1", "again", &d.p), VOREL_ERR_EXISTS);
+  EXPECT_EQ(create(5, "a/b", "", &d.p), VOREL_ERR_PARAM);
+  EXPECT_EQ(create(5, std::string(32, 'S').c_str(), "", &d.p), VOREL_ERR_PARAM);
+  EXPECT_EQ(create(5, "L", std::string(32, 'x').c_str(), &d.p), VOREL_ERR_PARAM);
+  EXPECT_EQ(create(0, "P", "", &d.p), VOREL_ERR_PARAM);
+  EXPECT_EQ(VorelPKICryptoCreateToken(5, "S", "", "123", kUser, kIterations, &d.p), VOREL_ERR_PIN_LEN_RANGE);
+  EXPECT_EQ(d.p, nullptr);
+  // A generated serial number is 16 hexadecimal digits.
+  ASSERT_EQ(create(5, nullptr, "generated", &d.p), VOREL_OK);
+  Text serial;
+  ASSERT_EQ(VorelPKICryptoGetSerialNumber(d.p, &serial.p), VOREL_OK);
+  EXPECT_EQ(std::string(serial.p).find_first_not_of("0123456789ABCDEF"), std::string::npos);
+  EXPECT_EQ(std::strlen(serial.p), 16u);
+}
+
+TEST_F(Tokens, WrongPinsCountDownLockAndTheSoPinUnblocks) {
+  unsigned retries = 99;
+  for (unsigned left = 5; left >= 3; --left) {
+    EXPECT_EQ(VorelPKICryptoVerifyPwd(token_.p, VOREL_PWD_USER, "wrong-pin", &retries), VOREL_ERR_PIN_INCORRECT);
+    EXPECT_EQ(retries, left);
+    EXPECT_EQ(tries(), left);
+  }
+  EXPECT_EQ(login(), VOREL_OK);  // a right PIN gives every try back
+  EXPECT_EQ(tries(), 6u);
+  for (unsigned left = 5;; --left) {
+    EXPECT_EQ(VorelPKICryptoVerifyPwd(token_.p, VOREL_PWD_USER, "wrong-pin", &retries), VOREL_ERR_PIN_INCORRECT);
+    EXPECT_EQ(retries, left);
+    if (left == 0) break;
+  }
+  // Locked: even the right PIN is refused, and the SO PIN's tries are untouched.
+  EXPECT_EQ(VorelPKICryptoVerifyPwd(token_.p, VOREL_PWD_USER, kUser, &retries), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(retries, 0u);
+  EXPECT_EQ(tries(VOREL_PWD_SO), 6u);
+
+  // A wrong SO PIN reports the SO PIN's tries; the right one sets a new user PIN.
+  EXPECT_EQ(VorelPKICryptoUnlockPwd(token_.p, VOREL_PWD_USER, "wrong-so", "new-user", &retries),
+            VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(retries, 5u);
+  EXPECT_EQ(VorelPKICryptoUnlockPwd(token_.p, VOREL_PWD_SO, kSo, "new-user", &retries), VOREL_ERR_PARAM);
+  ASSERT_EQ(VorelPKICryptoUnlockPwd(token_.p, VOREL_PWD_USER, kSo, "new-user", &retries), VOREL_OK);
+  EXPECT_EQ(tries(), 6u);
+  EXPECT_EQ(tries(VOREL_PWD_SO), 6u);
+  EXPECT_EQ(login(VOREL_PWD_USER, kUser), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(login(VOREL_PWD_USER, "new-user"), VOREL_OK);
+}
+
+TEST_F(Tokens, PinLengthOutOfRangeIsRefusedWithoutSpendingATry) {
+  std::string tooLong(VOREL_PIN_MAX_LEN + 1, '7');
+  for (int type : {VOREL_PWD_USER, VOREL_PWD_SO}) {
+    for (const char* pin : {"", "123", tooLong.c_str()}) EXPECT_EQ(login(type, pin), VOREL_ERR_PIN_LEN_RANGE);
+    EXPECT_EQ(tries(type), 6u);
+  }
+  unsigned retries;
+  EXPECT_EQ(VorelPKICryptoChangePwd(token_.p, VOREL_PWD_USER, kUser, "abc", &retries), VOREL_ERR_PIN_LEN_RANGE);
+  EXPECT_EQ(VorelPKICryptoVerifyPwd(token_.p, 3, kUser, &retries), VOREL_ERR_PARAM);
+  // The longest allowed PIN works.
+  std::string longest(VOREL_PIN_MAX_LEN, '7');
+  ASSERT_EQ(VorelPKICryptoChangePwd(token_.p, VOREL_PWD_USER, kUser, longest.c_str(), &retries), VOREL_OK);
+  EXPECT_EQ(login(VOREL_PWD_USER, longest.c_str()), VOREL_OK);
+}
+
+TEST_F(Tokens, ChangingAPinReplacesIt) {
+  unsigned retries = 99;
+  EXPECT_EQ(VorelPKICryptoChangePwd(token_.p, VOREL_PWD_SO, "wrong-so", "so-new-1", &retries), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(retries, 5u);
+  ASSERT_EQ(VorelPKICryptoChangePwd(token_.p, VOREL_PWD_SO, kSo, "so-new-1", &retries), VOREL_OK);
+  EXPECT_EQ(tries(VOREL_PWD_SO), 6u);
+  ASSERT_EQ(VorelPKICryptoChangePwd(token_.p, VOREL_PWD_USER, kUser, "user-new", &retries), VOREL_OK);
+  EXPECT_EQ(login(VOREL_PWD_SO, kSo), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(login(VOREL_PWD_SO, "so-new-1"), VOREL_OK);
+  EXPECT_EQ(login(VOREL_PWD_USER, kUser), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(login(VOREL_PWD_USER, "user-new"), VOREL_OK);
+}
+
+TEST_F(Tokens, PrivateKeyOperationsNeedTheUserLoggedIn) {
+  Pair kp;
+  EXPECT_EQ(VorelPKICryptoGenerateKeypair(token_.p, VOREL_ALG_SM2, 256, 0, VOREL_KEYPAIR_SIGN, &kp.p),
+            VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(token_.p, VOREL_ALG_SM2, 256, 0, VOREL_KEYPAIR_SIGN, &kp.p), VOREL_OK);
+  const unsigned char e[32] = {1, 2, 3};
+  auto sign = [&] {
+    Out sig;
+    return VorelPKICryptoSignHash(kp.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n);
+  };
+  EXPECT_EQ(sign(), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoClearPwdCache(token_.p), VOREL_OK);
+  EXPECT_EQ(sign(), VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(VOREL_PWD_SO), VOREL_OK);  // the SO may not use the user's keys
+  EXPECT_EQ(sign(), VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(), VOREL_OK);
+  EXPECT_EQ(sign(), VOREL_OK);
+  EXPECT_EQ(login(VOREL_PWD_USER, "wrong-pin"), VOREL_ERR_PIN_INCORRECT);  // a failed attempt logs out
+  EXPECT_EQ(sign(), VOREL_ERR_NOT_LOGGED_IN);
+  // Another device object of the same token shares its login.
+  ASSERT_EQ(login(), VOREL_OK);
+  Dev other;
+  ASSERT_EQ(VorelPKICryptoFindDevice(5, "T1", VOREL_ENUM_TOKENS, &other.p), VOREL_OK);
+  Pair again;
+  again.p = VorelPKICryptoGetKeypair(other.p, 0);
+  ASSERT_NE(again.p, nullptr);
+  Out sig;
+  EXPECT_EQ(VorelPKICryptoSignHash(again.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n), VOREL_OK);
+  Out der;
+  EXPECT_EQ(VorelPKICryptoExportKeypair(again.p, &der.p, &der.n), VOREL_ERR_NOT_EXPORTABLE);
+}
+
+TEST_F(Tokens, KeyPairsKeepCreationOrderAndAreReadableWithoutLogin) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair gen, rsa, imp;
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(token_.p, VOREL_ALG_SM2, 256, 0, VOREL_KEYPAIR_SIGN, &gen.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoSetKeypairLabel(gen.p, "signer"), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(token_.p, VOREL_ALG_RSA, 1024, 0, VOREL_KEYPAIR_ENCRYPT, &rsa.p), VOREL_OK);
+  imp.p = import("rsa.key.der", VOREL_KEYPAIR_ENCRYPT);
+  ASSERT_NE(imp.p, nullptr);
+  ASSERT_EQ(VorelPKICryptoSetKeypairLabel(imp.p, "from openssl"), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoClearPwdCache(token_.p), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoSetKeypairLabel(imp.p, "renamed"), VOREL_ERR_NOT_LOGGED_IN);
+
+  struct Want {
+    int type, alg, bits;
+    const char* label;
+  } want[] = {{VOREL_KEYPAIR_SIGN, VOREL_ALG_SM2, 256, "signer"},
+              {VOREL_KEYPAIR_ENCRYPT, VOREL_ALG_RSA, 1024, ""},
+              {VOREL_KEYPAIR_ENCRYPT, VOREL_ALG_RSA, 2048, "from openssl"}};
+  ASSERT_EQ(VorelPKICryptoGetKeypairCount(token_.p), 3);
+  for (int i = 0; i < 3; ++i) {
+    Pair kp;
+    kp.p = VorelPKICryptoGetKeypair(token_.p, i);
+    ASSERT_NE(kp.p, nullptr);
+    EXPECT_EQ(VorelPKICryptoGetKeypairType(kp.p), want[i].type);
+    EXPECT_EQ(VorelPKICryptoGetKeypairAlgorithm(kp.p), want[i].alg);
+    EXPECT_EQ(VorelPKICryptoGetKeypairBits(kp.p), want[i].bits);
+    Text label;
+    ASSERT_EQ(VorelPKICryptoGetKeypairLabel(kp.p, &label.p), VOREL_OK);
+    EXPECT_STREQ(label.p, want[i].label);
+  }
+  EXPECT_EQ(VorelPKICryptoGetKeypair(token_.p, 3), nullptr);
+
+  // The imported key decrypts what openssl encrypted to it, once logged in.
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair third;
+  third.p = VorelPKICryptoGetKeypair(token_.p, 2);
+  Bytes ct = data("short.rsa.enc");
+  Out plain;
+  ASSERT_EQ(
+      VorelPKICryptoPrivateKeyDecrypt(third.p, VOREL_MECH_RSA_PKCS1, nullptr, ct.data(), ct.size(), &plain.p, &plain.n),
+      VOREL_OK);
+  EXPECT_EQ(plain.bytes(), data("short.bin"));
+
+  // Deleting keeps the others in order; the deleted pair's object can no longer sign.
+  ASSERT_EQ(VorelPKICryptoDeleteKeypair(gen.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGetKeypairCount(token_.p), 2);
+  Pair first;
+  first.p = VorelPKICryptoGetKeypair(token_.p, 0);
+  EXPECT_EQ(VorelPKICryptoGetKeypairBits(first.p), 1024);
+  const unsigned char e[32] = {};
+  Out sig;
+  EXPECT_EQ(VorelPKICryptoSignHash(gen.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n),
+            VOREL_ERR_NOT_FOUND);
+  EXPECT_EQ(VorelPKICryptoDeleteKeypair(gen.p), VOREL_ERR_NOT_FOUND);
+}
+
+TEST_F(Tokens, ASignatureOfAnImportedKeyVerifiesWithOpensslsPublicKey) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair kp;
+  kp.p = import("sm2.key.der", VOREL_KEYPAIR_SIGN);
+  ASSERT_NE(kp.p, nullptr);
+  Bytes msg = data("msg.bin"), spki = data("sm2.pub.der");
+  Out sig;
+  ASSERT_EQ(VorelPKICryptoSignHash(kp.p, VOREL_MECH_SM2_SM3_SIGN, nullptr, msg.data(), msg.size(), &sig.p, &sig.n),
+            VOREL_OK);
+  Dev pseudo;
+  ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);
+  Pub pub;
+  ASSERT_EQ(VorelPKICryptoImportPublicKey(pseudo.p, spki.data(), spki.size(), &pub.p), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoVerifyHash(pub.p, VOREL_MECH_SM2_SM3_SIGN, nullptr, msg.data(), msg.size(), sig.p, sig.n),
+            VOREL_OK);
+}
+
+TEST_F(Tokens, ACertificateIsKeptWithTheKeyPairWhoseKeyItCarries) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair kp;
+  kp.p = import("sm2.key.der", VOREL_KEYPAIR_SIGN);
+  Bytes mine = data("sm2.crt.der"), other = data("rsa.crt.der");
+  VOREL_CERT* cert = VorelPKICertNewCert(mine.data(), mine.size());
+  VOREL_CERT* wrong = VorelPKICertNewCert(other.data(), other.size());
+  EXPECT_EQ(VorelPKICryptoUpdateCertificate(kp.p, wrong), VOREL_ERR_KEY_MISMATCH);
+  ASSERT_EQ(VorelPKICryptoUpdateCertificate(kp.p, cert), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoClearPwdCache(token_.p), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoUpdateCertificate(kp.p, cert), VOREL_ERR_NOT_LOGGED_IN);
+  VorelPKICertFreeCert(cert);
+  VorelPKICertFreeCert(wrong);
+
+  // Read back without login through a fresh object.
+  Pair fresh;
+  fresh.p = VorelPKICryptoGetKeypair(token_.p, 0);
+  VOREL_CERT* back = nullptr;
+  ASSERT_EQ(VorelPKICryptoGetCertificate(fresh.p, 0, &back), VOREL_OK);
+  Out der;
+  ASSERT_EQ(VorelPKICertGetCertEncode(back, VOREL_CERT_ENCODING_DER, &der.p, &der.n), VOREL_OK);
+  EXPECT_EQ(der.bytes(), mine);
+  VorelPKICertFreeCert(back);
+}
+
+TEST_F(Tokens, DataObjectsFollowTheirAccessDescriptor) {
+  EXPECT_EQ(VorelPKICryptoCreateData(token_.p, 4361, kMasterAccess, 304), VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoCreateData(token_.p, 4361, kMasterAccess, 304), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoCreateData(token_.p, 4361, kMasterAccess, 10), VOREL_ERR_EXISTS);
+  const unsigned char userOnly[4] = {VOREL_ACCESS_USER, VOREL_ACCESS_USER, VOREL_ACCESS_USER, VOREL_ACCESS_USER};
+  ASSERT_EQ(VorelPKICryptoCreateData(token_.p, 7, userOnly, 4), VOREL_OK);
+
+  size_t len = 0;
+  ASSERT_EQ(VorelPKICryptoGetDataLength(token_.p, 4361, &len), VOREL_OK);
+  EXPECT_EQ(len, 304u);
+  const unsigned char tail[5] = {'a', 'b', 'c', 'd', 'e'};
+  EXPECT_EQ(VorelPKICryptoWriteDataEx(token_.p, 4361, 300, tail, 4), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoWriteDataEx(token_.p, 4361, 300, tail, 5), VOREL_ERR_DATA_LEN);
+  EXPECT_EQ(VorelPKICryptoWriteDataEx(token_.p, 4361, static_cast<size_t>(-1), tail, 2), VOREL_ERR_DATA_LEN);
+  unsigned char buf[304] = {};
+  size_t got = 0;
+  EXPECT_EQ(VorelPKICryptoReadData(token_.p, 4361, buf, 303, &got), VOREL_ERR_BUFFER_SMALL);
+  EXPECT_EQ(got, 304u);
+  ASSERT_EQ(VorelPKICryptoReadData(token_.p, 4361, buf, sizeof buf, &got), VOREL_OK);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(buf) + 299, 5), std::string("\0abcd", 5));
+  ASSERT_EQ(VorelPKICryptoReadDataEx(token_.p, 4361, 301, buf, 3, &got), VOREL_OK);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), 3), "bcd");
+  EXPECT_EQ(VorelPKICryptoReadDataEx(token_.p, 4361, 301, buf, 4, &got), VOREL_ERR_DATA_LEN);
+
+  // 04 03 07 03: anyone reads and sees it; writing and deleting need a login.
+  ASSERT_EQ(VorelPKICryptoClearPwdCache(token_.p), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoReadDataEx(token_.p, 4361, 0, buf, 4, &got), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoGetDataLength(token_.p, 4361, &len), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoWriteData(token_.p, 4361, tail, 5), VOREL_ERR_NOT_LOGGED_IN);
+  EXPECT_EQ(VorelPKICryptoDeleteData(token_.p, 4361), VOREL_ERR_NOT_LOGGED_IN);
+  EXPECT_EQ(VorelPKICryptoReadDataEx(token_.p, 7, 0, buf, 4, &got), VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(VOREL_PWD_SO), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoWriteData(token_.p, 4361, tail, 5), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoGetDataLength(token_.p, 7, &len), VOREL_ERR_NOT_LOGGED_IN);  // the user's alone
+
+  // A missing object is -7 for every operation, whatever the login.
+  EXPECT_EQ(VorelPKICryptoGetDataLength(token_.p, 99, &len), VOREL_ERR_NOT_FOUND);
+  EXPECT_EQ(VorelPKICryptoReadData(token_.p, 99, buf, sizeof buf, &got), VOREL_ERR_NOT_FOUND);
+  EXPECT_EQ(VorelPKICryptoWriteData(token_.p, 99, tail, 1), VOREL_ERR_NOT_FOUND);
+  EXPECT_EQ(VorelPKICryptoDeleteData(token_.p, 99), VOREL_ERR_NOT_FOUND);
+  ASSERT_EQ(VorelPKICryptoDeleteData(token_.p, 4361), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoGetDataLength(token_.p, 4361, &len), VOREL_ERR_NOT_FOUND);
+}
+
+TEST_F(Tokens, TheFileHoldsNoKeyMaterialPinOrTokenKeyInTheClear) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair sm2, rsa;
+  sm2.p = import("sm2.key.der", VOREL_KEYPAIR_SIGN);
+  rsa.p = import("rsa.key.der", VOREL_KEYPAIR_ENCRYPT);
+  ASSERT_NE(rsa.p, nullptr);
+  std::vector<Bytes> secrets;
+  Bytes sm2Der = data("sm2.key.der"), rsaDer = data("rsa.key.der");
+  unsigned char d[32];
+  ASSERT_TRUE(sm2_private_value(sm2Der.data(), sm2Der.size(), d));
+  secrets.emplace_back(d, d + 32);
+  unsigned char* numbers[VOREL_RSA_NUMBERS] = {};
+  size_t lengths[VOREL_RSA_NUMBERS] = {};
+  ASSERT_EQ(VorelPKICryptoDecodeRSAKeyPair(rsaDer.data(), rsaDer.size(), numbers, lengths), VOREL_OK);
+  for (int i = VOREL_RSA_D; i < VOREL_RSA_NUMBERS; ++i) {
+    // 16 bytes of each private number: enough to be found, whatever encoding surrounds it.
+    secrets.emplace_back(numbers[i], numbers[i] + 16);
+  }
+  for (unsigned char* n : numbers) VorelPKICryptoFreeMemory(n);
+  secrets.push_back(text(kUser));
+  secrets.push_back(text(kSo));
+  const auto& key = vorel::token::token_at(path_of(5, "T1"))->tokenKey;
+  ASSERT_EQ(key.size(), 32u);
+  secrets.emplace_back(key.begin(), key.end());
+
+  std::string file = testsupport::read_file(path_of(5, "T1"));
+  ASSERT_GT(file.size(), 1000u);
+  for (const Bytes& s : secrets) EXPECT_EQ(file.find(std::string(s.begin(), s.end())), std::string::npos) << hex(s);
+}
+
+TEST_F(Tokens, ThePseudoDeviceHasNoPasswordsOrDataObjects) {
+  Dev pseudo;
+  ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);
+  unsigned retries;
+  size_t len;
+  EXPECT_EQ(VorelPKICryptoVerifyPwd(pseudo.p, VOREL_PWD_USER, kUser, &retries), VOREL_ERR_NOT_SUPPORTED);
+  EXPECT_EQ(VorelPKICryptoCreateData(pseudo.p, 1, kMasterAccess, 4), VOREL_ERR_NOT_SUPPORTED);
+  EXPECT_EQ(VorelPKICryptoGetDataLength(pseudo.p, 1, &len), VOREL_ERR_NOT_SUPPORTED);
+  EXPECT_EQ(VorelPKICryptoGetKeypairCount(pseudo.p), 0);
+  EXPECT_EQ(VorelPKICryptoDeleteToken(pseudo.p), VOREL_ERR_NOT_SUPPORTED);
+}
+
+TEST_F(Tokens, DeletingATokenNeedsTheSoPin) {
+  EXPECT_EQ(VorelPKICryptoDeleteToken(token_.p), VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(VOREL_PWD_USER), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoDeleteToken(token_.p), VOREL_ERR_NOT_LOGGED_IN);
+  ASSERT_EQ(login(VOREL_PWD_SO), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoDeleteToken(token_.p), VOREL_OK);
+  EXPECT_TRUE(serials(5).empty());
+  EXPECT_EQ(VorelPKICryptoGetKeypairCount(token_.p), VOREL_ERR_DEVICE_REMOVED);
+  // The name is free again, and the new token is a new token.
+  Dev again;
+  ASSERT_EQ(create(5, "T1", "again", &again.p), VOREL_OK);
+  EXPECT_EQ(login(VOREL_PWD_SO), VOREL_OK);
+}
+
+}  // namespace
