@@ -335,6 +335,10 @@ std::vector<std::shared_ptr<Token>> scan(int type, std::vector<Problem>* problem
     std::string why;
     {
       Session s(*t);
+      // A writer killed while writing leaves its temporary file; none is live while we hold the lock.
+      const std::string temp = name + ".tmp";
+      for (const std::string& other : names)
+        if (other.compare(0, temp.size(), temp) == 0) platform::remove_file(dir + platform::path_separator() + other);
       if (s.status() != VOREL_OK) {
         why = s.status() == VOREL_ERR_TOKEN_DAMAGED ? s.why() : "cannot be read";
       } else if (file_name(static_cast<int>(t->c.type), t->c.serial) != name) {

@@ -1,0 +1,150 @@
+// One token used by several processes: shared PIN counters, keys made in one process used in
+// another, writers killed at random instants, concurrent writers.
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "crypto_support.h"
+#include "platform/platform.h"
+#include "support.h"
+
+namespace {
+
+using namespace crypto_test;
+
+const char kUser[] = "user-1234";
+const char kSo[] = "so-98765";
+const std::size_t kObjectSize = 4096;
+
+struct Dev {
+  VOREL_DEVICE* p = nullptr;
+  ~Dev() { VorelPKICryptoFreeDevice(p); }
+};
+
+class TokenProcesses : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = testsupport::make_temp_dir("shared-token");
+    env_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", dir_.c_str());
+    ASSERT_EQ(VorelPKICryptoCreateToken(5, "P1", "shared", kSo, kUser, 1000, &token_.p), VOREL_OK);
+    ASSERT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_OK);
+    const unsigned char access[4] = {0x04, 0x03, 0x07, 0x03};
+    for (unsigned id : {1u, 2u}) ASSERT_EQ(VorelPKICryptoCreateData(token_.p, id, access, kObjectSize), VOREL_OK);
+    ASSERT_EQ(VorelPKICryptoClearPwdCache(token_.p), VOREL_OK);
+  }
+
+  // What the other process answers to a PIN (see token_child).
+  int child_verify(int type, const char* pin) {
+    return testsupport::run_process(child(), {"verify", "5", "P1", std::to_string(type), pin});
+  }
+  std::string child() { return testsupport::module_path(TOKEN_CHILD); }
+  int verify(int type, const char* pin) {
+    unsigned retries = 0;
+    return VorelPKICryptoVerifyPwd(token_.p, type, pin, &retries);
+  }
+  unsigned tries(int type) {
+    unsigned n = 99;
+    EXPECT_EQ(VorelPKICryptoGetPwdRetryNum(token_.p, type, &n), VOREL_OK);
+    return n;
+  }
+  // The generation an object holds, or -1 when its bytes are not all of one generation.
+  long long generation(unsigned id) {
+    std::vector<unsigned char> buf(kObjectSize);
+    std::size_t got = 0;
+    if (VorelPKICryptoReadData(token_.p, id, buf.data(), buf.size(), &got) != VOREL_OK || got != kObjectSize) return -1;
+    unsigned long long g = 0;
+    for (int i = 0; i < 8; ++i) g = g << 8 | buf[i];
+    for (std::size_t i = 8; i < got; ++i)
+      if (buf[i] != buf[i % 8]) return -1;
+    return static_cast<long long>(g);
+  }
+
+  std::string dir_;
+  std::unique_ptr<testsupport::ScopedEnv> env_;
+  Dev token_;
+};
+
+TEST_F(TokenProcesses, PinTriesAreCountedAcrossProcesses) {
+  EXPECT_EQ(child_verify(VOREL_PWD_USER, "wrong-pin"), 10 + 5);
+  EXPECT_EQ(tries(VOREL_PWD_USER), 5u);
+  EXPECT_EQ(verify(VOREL_PWD_USER, "wrong-pin"), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(child_verify(VOREL_PWD_USER, "wrong-pin"), 10 + 3);
+  EXPECT_EQ(child_verify(VOREL_PWD_USER, kUser), 0);
+  EXPECT_EQ(tries(VOREL_PWD_USER), 6u);
+  EXPECT_EQ(child_verify(VOREL_PWD_USER, "123"), 3);  // length out of range spends nothing
+  for (int left = 5; left >= 0; --left) EXPECT_EQ(child_verify(VOREL_PWD_USER, "wrong-pin"), 10 + left);
+  EXPECT_EQ(child_verify(VOREL_PWD_USER, kUser), 10 + 0);
+  EXPECT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_ERR_PIN_INCORRECT);
+  unsigned retries = 0;
+  ASSERT_EQ(VorelPKICryptoUnlockPwd(token_.p, VOREL_PWD_USER, kSo, "unblocked", &retries), VOREL_OK);
+  EXPECT_EQ(child_verify(VOREL_PWD_USER, "unblocked"), 0);
+  EXPECT_EQ(child_verify(VOREL_PWD_SO, "wrong-so"), 10 + 5);
+  EXPECT_EQ(tries(VOREL_PWD_SO), 5u);
+}
+
+TEST_F(TokenProcesses, AKeyImportedInOneProcessSignsInAnother) {
+  ASSERT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_OK);
+  Bytes der = data("sm2.key.der");
+  Pair kp;
+  ASSERT_EQ(VorelPKICryptoImportKeypair(token_.p, der.data(), der.size(), VOREL_KEYPAIR_SIGN, &kp.p), VOREL_OK);
+  std::string sigHex;
+  ASSERT_EQ(testsupport::run_process(child(), {"sign", "5", "P1", kUser, "0"}, sigHex), 0);
+  Bytes sig = unhex(sigHex), spki = data("sm2.pub.der");
+  const unsigned char msg[] = {'h', 'e', 'l', 'l', 'o'};
+  Dev pseudo;
+  ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);
+  Pub pub;
+  ASSERT_EQ(VorelPKICryptoImportPublicKey(pseudo.p, spki.data(), spki.size(), &pub.p), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoVerifyHash(pub.p, VOREL_MECH_SM2_SM3_SIGN, nullptr, msg, sizeof msg, sig.data(), sig.size()),
+            VOREL_OK);
+}
+
+TEST_F(TokenProcesses, AWriterKilledAtAnyInstantLeavesEveryObjectOldOrNew) {
+  std::mt19937 rng(20261121);
+  long long last = 0, lastB = 0;
+  int between = 0;  // kills that fell between the writes of the two objects
+  for (int trial = 0; trial < 200; ++trial) {
+    long long first = last + 1;  // the writer goes a = first, b = first, a = first + 1, ...
+    testsupport::Child writer(child(), {"write-loop", "5", "P1", kUser, "1", "2", std::to_string(first)});
+    ASSERT_TRUE(writer.running());
+    // Kill once it is writing, at a random instant.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (generation(1) == last && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::microseconds(rng() % 15000));
+    writer.kill();
+    writer.wait();
+
+    long long a = generation(1), b = generation(2);
+    ASSERT_GE(a, first) << "trial " << trial;
+    bool inOrder = (b >= first && (a == b || a == b + 1)) || (a == first && b == lastB);
+    ASSERT_TRUE(inOrder) << "trial " << trial << ": " << a << " / " << b;
+    between += a != b;
+    ASSERT_EQ(VorelPKICryptoGetKeypairCount(token_.p), 0);
+    ASSERT_EQ(tries(VOREL_PWD_USER), 6u);
+    last = a;
+    lastB = b;
+  }
+  std::printf("200 kills, %d between the two writes, last generation %lld\n", between, last);
+  // Listing the tokens sweeps away what the killed writers left.
+  VorelPKICryptoFreeDevices(VorelPKICryptoGetAllDevices(5, VOREL_ENUM_TOKENS));
+  std::vector<std::string> names;
+  ASSERT_TRUE(vorel::platform::list_dir(dir_, names));
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"5-P1.lock", "5-P1.token"}));
+}
+
+TEST_F(TokenProcesses, TwoProcessesWritingDifferentObjectsBothKeepTheirWrites) {
+  const int n = 100;
+  testsupport::Child first(child(), {"write-n", "5", "P1", kUser, "1", std::to_string(n)});
+  testsupport::Child second(child(), {"write-n", "5", "P1", kUser, "2", std::to_string(n)});
+  EXPECT_EQ(first.wait(), 0);
+  EXPECT_EQ(second.wait(), 0);
+  EXPECT_EQ(generation(1), n);
+  EXPECT_EQ(generation(2), n);
+}
+
+}  // namespace
