@@ -3,7 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "crypto/backend.h"
 #include "crypto_support.h"
+#include "protection_vectors.h"
 
 namespace {
 
@@ -101,6 +103,11 @@ TEST_F(Crypto, DigestsMatchPublishedVectors) {
   EXPECT_EQ(digest(VOREL_HASH_SHA1, {"abc"}), "a9993e364706816aba3e25717850c26c9cd0d89d");
   EXPECT_EQ(digest(VOREL_HASH_SHA256, {"abc"}), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(digest(VOREL_HASH_SHA256, {}), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+}
+
+TEST_F(Crypto, TokenKeyProtectionMatchesPublishedVectors) {
+  namespace b = vorel::backend;
+  check_protection_vectors(b::pbkdf2_sha256, b::gcm_seal, b::gcm_open);
 }
 
 TEST_F(Crypto, AHashIsFinishedOnce) {

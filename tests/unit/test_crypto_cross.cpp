@@ -12,6 +12,7 @@
 #include "crypto/backend.h"
 #include "crypto/der.h"
 #include "crypto_support.h"
+#include "protection_vectors.h"
 
 namespace {
 
@@ -238,6 +239,11 @@ TEST_F(Cross, BlockCiphersAgreeWithAndWithoutPadding) {
       EXPECT_EQ(ours, theirs);
     }
   }
+}
+
+TEST(CrossProtection, TheOtherImplementationMatchesTheSameVectors) {
+  ASSERT_TRUE(other::init());
+  check_protection_vectors(other::pbkdf2_sha256, other::gcm_seal, other::gcm_open);
 }
 
 }  // namespace
