@@ -140,10 +140,10 @@ int with_data(VOREL_DEVICE* device, unsigned id, Access how, bool write, Op op) 
 
 bool range_ok(std::size_t size, std::size_t offset, std::size_t len) { return offset <= size && len <= size - offset; }
 
-VOREL_DEVICE* new_token_device(const std::shared_ptr<Token>& t) {
+VOREL_DEVICE* new_token_device(int type, const std::shared_ptr<Token>& t) {
   auto* d = new (std::nothrow) vorel_device_st;
   if (!d) return nullptr;
-  d->type = static_cast<int>(t->c.type);
+  d->type = type;
   d->token = t;
   return d;
 }
@@ -315,8 +315,8 @@ VOREL_DEVICE_LIST* VorelPKICryptoGetAllDevices(int type, int flags) {
     VOREL_DEVICE* pseudo = nullptr;
     if (VorelPKICryptoGetPseudoDevice(&pseudo) == VOREL_OK) list->devices.push_back(pseudo);
   } else if (flags & VOREL_ENUM_TOKENS) {
-    for (const auto& t : vorel::token::scan(type, nullptr)) {
-      VOREL_DEVICE* d = new_token_device(t);
+    for (const auto& listed : vorel::token::scan(type, nullptr)) {
+      VOREL_DEVICE* d = new_token_device(listed.type, listed.token);
       if (d) list->devices.push_back(d);
     }
   }
@@ -364,7 +364,7 @@ int VorelPKICryptoFindDevice(int type, const char* serial, int flags, VOREL_DEVI
     if (s.status() != VOREL_OK) return fail(s.status());
     if (t->c.type != static_cast<std::uint32_t>(type) || t->c.serial != serial) return fail(VOREL_ERR_TOKEN_DAMAGED);
   }
-  *device = new_token_device(t);
+  *device = new_token_device(type, t);
   return *device ? ok() : fail(VOREL_ERR_MEMORY);
 }
 
@@ -440,7 +440,7 @@ int VorelPKICryptoCreateToken(int type, const char* serial, const char* label, c
     int rc = s.create(std::move(c));
     if (rc != VOREL_OK) return fail(rc);
   }
-  *device = new_token_device(t);
+  *device = new_token_device(type, t);
   return *device ? ok() : fail(VOREL_ERR_MEMORY);
 }
 

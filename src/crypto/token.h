@@ -114,7 +114,13 @@ class Session {
 struct Problem {
   std::string file, why;
 };
-// The tokens of a type in the folder, sorted by serial number; problems collect skipped files.
-std::vector<std::shared_ptr<Token>> scan(int type, std::vector<Problem>* problems);
+// The tokens of a type (every type when negative) in the folder, by type and serial number;
+// problems collect skipped files.
+struct Listed {
+  int type;
+  std::string serial;
+  std::shared_ptr<Token> token;
+};
+std::vector<Listed> scan(int type, std::vector<Problem>* problems);
 
 }  // namespace vorel::token

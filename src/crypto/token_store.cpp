@@ -320,37 +320,41 @@ int Session::remove() {
   return VOREL_OK;
 }
 
-std::vector<std::shared_ptr<Token>> scan(int type, std::vector<Problem>* problems) {
-  std::vector<std::shared_ptr<Token>> found;
+std::vector<Listed> scan(int type, std::vector<Problem>* problems) {
+  std::vector<Listed> found;
   std::string dir = token_dir();
   std::vector<std::string> names;
   if (dir.empty() || !platform::list_dir(dir, names)) return found;
   std::string prefix = std::to_string(type) + "-";
-  std::sort(names.begin(), names.end());
   for (const std::string& name : names) {
     const std::string suffix = ".token";
     if (name.size() <= suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) continue;
-    if (name.compare(0, prefix.size(), prefix) != 0) continue;
-    std::shared_ptr<Token> t = token_at(dir + platform::path_separator() + name);
+    if (type >= 0 && name.compare(0, prefix.size(), prefix) != 0) continue;
+    Listed entry{0, "", token_at(dir + platform::path_separator() + name)};
     std::string why;
     {
-      Session s(*t);
+      Session s(*entry.token);
       // A writer killed while writing leaves its temporary file; none is live while we hold the lock.
       const std::string temp = name + ".tmp";
       for (const std::string& other : names)
         if (other.compare(0, temp.size(), temp) == 0) platform::remove_file(dir + platform::path_separator() + other);
       if (s.status() != VOREL_OK) {
         why = s.status() == VOREL_ERR_TOKEN_DAMAGED ? s.why() : "cannot be read";
-      } else if (file_name(static_cast<int>(t->c.type), t->c.serial) != name) {
+      } else if (file_name(static_cast<int>(entry.token->c.type), entry.token->c.serial) != name) {
         why = "holds another token than its name says";
+      } else {
+        entry.type = static_cast<int>(entry.token->c.type);
+        entry.serial = entry.token->c.serial;
       }
     }
     if (why.empty()) {
-      found.push_back(t);
+      found.push_back(std::move(entry));
     } else if (problems) {
       problems->push_back({name, why});
     }
   }
+  std::sort(found.begin(), found.end(),
+            [](const Listed& a, const Listed& b) { return a.type != b.type ? a.type < b.type : a.serial < b.serial; });
   return found;
 }
 

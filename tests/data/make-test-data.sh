@@ -28,6 +28,8 @@ ossl req -new -x509 -key sm2.key.pem -sm3 -sigopt distid:1234567812345678 -days 
   -subj "/C=CN/O=Vorel/CN=Vorel SM2 Later" -outform DER -out sm2-later.crt.der
 ossl req -new -x509 -key rsa.key.pem -sha256 -days 365 -subj "/C=CN/O=Vorel/CN=Vorel RSA Test" \
   -outform DER -out rsa.crt.der
+ossl x509 -inform DER -in sm2.crt.der -out sm2.crt.pem
+ossl pkcs8 -topk8 -v2 aes-256-cbc -passout pass:secret -in sm2.key.pem -out sm2.key.enc.pem
 for c in sm2 sm2-later rsa; do
   ossl x509 -inform DER -in $c.crt.der -noout -subject -nameopt RFC2253 -dateopt iso_8601 -startdate -enddate \
     > $c.crt.txt

@@ -1,0 +1,106 @@
+// vorel-token from the command line, checked through the library and against openssl's files.
+#include <memory>
+#include <string>
+
+#include "crypto_support.h"
+#include "support.h"
+
+namespace {
+
+using namespace crypto_test;
+
+class VorelTokenTool : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = testsupport::make_temp_dir("tool");
+    env_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", dir_.c_str());
+  }
+  // Runs the tool on the test's token folder; returns its exit code, its output in out_.
+  int tool(std::vector<std::string> args) {
+    args.insert(args.begin(), {"--token-dir", dir_});
+    return testsupport::run_process(testsupport::module_path(VOREL_TOKEN_TOOL), args, out_);
+  }
+  std::vector<std::string> on_token(std::vector<std::string> args) {
+    args.insert(args.begin() + 1, {"--type", "7", "--serial", "E2E"});
+    return args;
+  }
+
+  std::string dir_, out_;
+  std::unique_ptr<testsupport::ScopedEnv> env_;
+};
+
+TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
+  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "End to end", "--so-pin", "so-pin-1", "--pin",
+                  "user-pin", "--kdf-iterations", "1000"}),
+            0);
+  EXPECT_NE(out_.find("Created token 7#E2E \"End to end\""), std::string::npos) << out_;
+  const std::string testdata = testsupport::module_path("testdata") + "/";
+  EXPECT_EQ(tool(on_token({"import-cert", "--file", testdata + "sm2.crt.pem", "--pin", "user-pin"})), 1)
+      << "no key pair carries its key yet";
+  ASSERT_EQ(tool(on_token({"keygen", "--alg", "sm2", "--use", "sign", "--label", "signer", "--pin", "user-pin"})), 0);
+  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata + "rsa.key.pem", "--use", "enc", "--label", "rsa", "--pin",
+                           "user-pin"})),
+            0);
+  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata + "sm2.key.der", "--use", "sign", "--label", "sm2", "--pin",
+                           "user-pin"})),
+            0);
+  EXPECT_EQ(tool(on_token({"import-key", "--file", testdata + "sm2.key.enc.pem", "--pin", "user-pin"})), 1);
+  ASSERT_EQ(tool(on_token({"import-cert", "--file", testdata + "rsa.crt.der", "--pin", "user-pin"})), 0);
+  ASSERT_EQ(tool(on_token({"import-cert", "--file", testdata + "sm2.crt.pem", "--pin", "user-pin"})), 0);
+
+  ASSERT_EQ(tool({"list"}), 0);
+  for (const char* line : {"7#E2E  type 7  serial E2E  label \"End to end\"",
+                           "key pair 0: sign  SM2-256  label \"signer\"  no certificate",
+                           "key pair 1: enc   RSA-2048  label \"rsa\"  certificate \"CN=Vorel RSA Test,O=Vorel,C=CN\"",
+                           "key pair 2: sign  SM2-256  label \"sm2\"  certificate \"CN=Vorel SM2 Test,O=Vorel,C=CN\""})
+    EXPECT_NE(out_.find(line), std::string::npos) << line << "\n" << out_;
+
+  // Certificates come back as openssl wrote them, DER to a file and PEM to the output.
+  std::string der = dir_ + "rsa.der";
+  ASSERT_EQ(tool(on_token({"export-cert", "--index", "1", "--der", "--out", der})), 0);
+  EXPECT_EQ(testsupport::read_file(der), testsupport::read_file(testdata + "rsa.crt.der"));
+  ASSERT_EQ(tool(on_token({"export-cert", "--index", "2"})), 0);
+  EXPECT_EQ(out_, testsupport::read_file(testdata + "sm2.crt.pem"));
+  EXPECT_EQ(tool(on_token({"export-cert", "--index", "0"})), 1);
+
+  // The library sees the same token: the generated key signs after the user PIN.
+  VOREL_DEVICE* d = nullptr;
+  ASSERT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, &d), VOREL_OK);
+  unsigned retries = 0;
+  ASSERT_EQ(VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, "user-pin", &retries), VOREL_OK);
+  Pair kp;
+  kp.p = VorelPKICryptoGetKeypair(d, 0);
+  const unsigned char e[32] = {7};
+  Out sig;
+  EXPECT_EQ(VorelPKICryptoSignHash(kp.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n), VOREL_OK);
+  VorelPKICryptoFreeDevice(d);
+}
+
+TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
+  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "pins", "--so-pin", "so-pin-1", "--pin",
+                  "user-pin", "--kdf-iterations", "1000"}),
+            0);
+  EXPECT_EQ(
+      tool({"init", "--type", "7", "--serial", "E2E", "--label", "again", "--so-pin", "so-pin-1", "--pin", "user-pin"}),
+      1);
+  EXPECT_EQ(tool({"keygen", "--alg", "sm2"}), 2) << "no --type";
+  EXPECT_EQ(tool(on_token({"keygen", "--alg", "dsa", "--pin", "user-pin"})), 2);
+  EXPECT_EQ(tool(on_token({"keygen", "--pin", "wrong-pin"})), 3);
+  EXPECT_EQ(tool(on_token({"change-pin", "--pin", "user-pin", "--new-pin", "123"})), 1) << "too short";
+  {
+    // PINs from the environment.
+    testsupport::ScopedEnv current("VOREL_TOKEN_PIN", "user-pin"), fresh("VOREL_TOKEN_NEW_PIN", "user-pin-2");
+    ASSERT_EQ(tool(on_token({"change-pin"})), 0);
+  }
+  EXPECT_EQ(tool({"keygen", "--type", "7", "--pin", "user-pin-2"}), 0) << "the only token of its type";
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(tool(on_token({"keygen", "--pin", "user-pin"})), 3);
+  EXPECT_EQ(tool(on_token({"keygen", "--pin", "user-pin-2"})), 3) << "locked";
+  EXPECT_EQ(tool(on_token({"unblock-pin", "--so-pin", "so-pin-1", "--new-pin", "user-pin-3"})), 0);
+  EXPECT_EQ(tool(on_token({"keygen", "--pin", "user-pin-3"})), 0);
+  EXPECT_EQ(tool(on_token({"delete", "--so-pin", "wrong-so"})), 3);
+  EXPECT_EQ(tool(on_token({"delete", "--so-pin", "so-pin-1"})), 0);
+  ASSERT_EQ(tool({"list"}), 0);
+  EXPECT_NE(out_.find("No tokens."), std::string::npos) << out_;
+}
+
+}  // namespace
