@@ -7,6 +7,8 @@
 // SM2 signing uses deterministic k (RFC 6979) instead of a draw from the very strong pool.
 #include <gcrypt.h>
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -183,6 +185,13 @@ bool init() {
       ok = true;
       return;
     }
+    // Notes such as the Windows entropy gatherer's "you should run 'diskperf -y'" are not for
+    // our callers' consoles.
+    gcry_set_log_handler(
+        [](void*, int level, const char* fmt, va_list args) {
+          if (level >= GCRY_LOG_ERROR) std::vfprintf(stderr, fmt, args);
+        },
+        nullptr);
     if (!gcry_check_version(GCRYPT_VERSION)) return;
     gcry_control(GCRYCTL_INIT_SECMEM, 1 << 18, 0);
     gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);

@@ -6,6 +6,11 @@
 #include <stdexcept>
 #include <string>
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
+
 #include "crypto/token.h"
 #include "text.h"
 #include "vorel/vorel_crypto.h"
@@ -363,6 +368,9 @@ int main(int argc, char** argv) {
         bytes.assign(pem.begin(), pem.end());
       }
       if (out.empty()) {
+#ifdef _WIN32
+        _setmode(_fileno(stdout), _O_BINARY);  // DER must pass unchanged
+#endif
         std::fwrite(bytes.data(), 1, bytes.size(), stdout);
       } else if (!vorel_token::write_file(out, bytes)) {
         throw Failure("cannot write " + out);
