@@ -239,12 +239,32 @@ bool valid_serial(const std::string& serial) {
 
 std::string file_name(int type, const std::string& serial) { return std::to_string(type) + "-" + serial + ".token"; }
 
-std::shared_ptr<Token> token_at(const std::string& path) {
-  // Never destroyed: device objects may be released during static destruction.
+namespace {
+std::mutex& table_mutex() {
   static std::mutex* mu = new std::mutex;
-  static auto* table = new std::map<std::string, std::shared_ptr<Token>>;
-  std::lock_guard<std::mutex> guard(*mu);
-  std::shared_ptr<Token>& slot = (*table)[path];
+  return *mu;
+}
+// Never destroyed: device objects may be released during static destruction.
+std::map<std::string, std::shared_ptr<Token>>& table() {
+  static auto* t = new std::map<std::string, std::shared_ptr<Token>>;
+  return *t;
+}
+// The end of the process (or the unloading of the library) logs every token out, wiping its keys.
+struct LogoutAtExit {
+  ~LogoutAtExit() {
+    std::lock_guard<std::mutex> guard(table_mutex());
+    for (auto& entry : table()) {
+      std::lock_guard<std::mutex> tokenGuard(entry.second->mu);
+      entry.second->logout();
+    }
+  }
+};
+}  // namespace
+
+std::shared_ptr<Token> token_at(const std::string& path) {
+  static LogoutAtExit logoutAtExit;
+  std::lock_guard<std::mutex> guard(table_mutex());
+  std::shared_ptr<Token>& slot = table()[path];
   if (!slot) {
     slot = std::make_shared<Token>();
     slot->path = path;
