@@ -86,6 +86,18 @@ struct Pub {
   VOREL_PUBLICKEY* p = nullptr;
   ~Pub() { VorelPKICryptoFreePublicKey(p); }
 };
+struct Dev {
+  VOREL_DEVICE* p = nullptr;
+  ~Dev() { VorelPKICryptoFreeDevice(p); }
+};
+struct DevList {
+  VOREL_DEVICE_LIST* p = nullptr;
+  ~DevList() { VorelPKICryptoFreeDevices(p); }
+};
+struct Text {
+  char* p = nullptr;
+  ~Text() { VorelPKICryptoFreeMemory(p); }
+};
 
 class Device : public ::testing::Test {
  protected:

@@ -18,19 +18,6 @@ const char kSo[] = "so-98765";
 const unsigned kIterations = 1000;  // the default is slow on purpose; these tests need no brute-force margin
 const unsigned char kMasterAccess[4] = {0x04, 0x03, 0x07, 0x03};
 
-struct Dev {
-  VOREL_DEVICE* p = nullptr;
-  ~Dev() { VorelPKICryptoFreeDevice(p); }
-};
-struct List {
-  VOREL_DEVICE_LIST* p = nullptr;
-  ~List() { VorelPKICryptoFreeDevices(p); }
-};
-struct Text {
-  char* p = nullptr;
-  ~Text() { VorelPKICryptoFreeMemory(p); }
-};
-
 class Tokens : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -53,7 +40,7 @@ class Tokens : public ::testing::Test {
     return n;
   }
   std::vector<std::string> serials(int type) {
-    List list;
+    DevList list;
     list.p = VorelPKICryptoGetAllDevices(type, VOREL_ENUM_TOKENS);
     std::vector<std::string> out;
     for (int i = 0; list.p && i < VorelPKICryptoGetDeviceCount(list.p); ++i) {
@@ -98,7 +85,7 @@ TEST_F(Tokens, DevicesAreListedPerTypeInSerialOrderAndFoundBySerial) {
   EXPECT_EQ(none.p, nullptr);
 
   // Hardware readers are not driven: asking only for them lists nothing; unknown flags are refused.
-  List hw;
+  DevList hw;
   hw.p = VorelPKICryptoGetAllDevices(5, VOREL_ENUM_HARDWARE);
   ASSERT_NE(hw.p, nullptr);
   EXPECT_EQ(VorelPKICryptoGetDeviceCount(hw.p), 0);

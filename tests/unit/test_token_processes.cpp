@@ -19,11 +19,6 @@ const char kUser[] = "user-1234";
 const char kSo[] = "so-98765";
 const std::size_t kObjectSize = 4096;
 
-struct Dev {
-  VOREL_DEVICE* p = nullptr;
-  ~Dev() { VorelPKICryptoFreeDevice(p); }
-};
-
 class TokenProcesses : public ::testing::Test {
  protected:
   void SetUp() override {

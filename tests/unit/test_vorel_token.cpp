@@ -64,16 +64,15 @@ TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
   EXPECT_EQ(tool(on_token({"export-cert", "--index", "0"})), 1);
 
   // The library sees the same token: the generated key signs after the user PIN.
-  VOREL_DEVICE* d = nullptr;
-  ASSERT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, &d), VOREL_OK);
+  Dev d;
+  ASSERT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, &d.p), VOREL_OK);
   unsigned retries = 0;
-  ASSERT_EQ(VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, "user-pin", &retries), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoVerifyPwd(d.p, VOREL_PWD_USER, "user-pin", &retries), VOREL_OK);
   Pair kp;
-  kp.p = VorelPKICryptoGetKeypair(d, 0);
+  kp.p = VorelPKICryptoGetKeypair(d.p, 0);
   const unsigned char e[32] = {7};
   Out sig;
   EXPECT_EQ(VorelPKICryptoSignHash(kp.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n), VOREL_OK);
-  VorelPKICryptoFreeDevice(d);
 }
 
 TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
