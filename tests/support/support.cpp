@@ -163,9 +163,15 @@ Child::Child(const std::string& exe, const std::vector<std::string>& args, const
     si.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   }
   PROCESS_INFORMATION pi = {};
-  if (CreateProcessA(exe.c_str(), &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
-    CloseHandle(pi.hThread);
-    handle_ = pi.hProcess;
+  // Wine now and then refuses a process start under load; a few more attempts get it.
+  for (int attempt = 0; attempt < 5 && !handle_; ++attempt) {
+    if (CreateProcessA(exe.c_str(), &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
+      CloseHandle(pi.hThread);
+      handle_ = pi.hProcess;
+    } else {
+      std::fprintf(stderr, "CreateProcess %s failed: %lu\n", exe.c_str(), GetLastError());
+      Sleep(100);
+    }
   }
   if (out != INVALID_HANDLE_VALUE) CloseHandle(out);
 #else

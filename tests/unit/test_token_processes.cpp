@@ -104,7 +104,7 @@ TEST_F(TokenProcesses, AWriterKilledAtAnyInstantLeavesEveryObjectOldOrNew) {
   for (int trial = 0; trial < 200; ++trial) {
     long long first = last + 1;  // the writer goes a = first, b = first, a = first + 1, ...
     testsupport::Child writer(child(), {"write-loop", "5", "P1", kUser, "1", "2", std::to_string(first)});
-    ASSERT_TRUE(writer.running());
+    ASSERT_TRUE(writer.running()) << "trial " << trial;
     // Kill once it is writing, at a random instant.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (generation(1) == last && std::chrono::steady_clock::now() < deadline)
