@@ -47,12 +47,22 @@ void cipher_free(void* ctx);
 bool pbkdf2_sha256(const unsigned char* pass, std::size_t passLen, const unsigned char* salt, std::size_t saltLen,
                    unsigned iterations, unsigned char* out, std::size_t outLen);
 
-// AES-256-GCM with a 12-byte nonce and a 16-byte tag. in and out may be the same buffer.
-bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
-              const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag);
-// false when the tag does not authenticate the input (out is then wiped).
-bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
-              const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out);
+// AES-256-GCM with a 12-byte nonce and a 16-byte tag, in and out may be the same buffer.
+// Sealing writes tag; opening checks it and is false when it does not authenticate the input.
+bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+         const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag);
+
+inline bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+                     const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
+  return gcm(true, key, iv, aad, aadLen, in, len, out, tag);
+}
+// out is wiped when the input is refused.
+inline bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
+                     const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out) {
+  if (gcm(false, key, iv, aad, aadLen, in, len, out, const_cast<unsigned char*>(tag))) return true;
+  crypto::wipe(out, len);
+  return false;
+}
 
 // Asymmetric keys: an RSA or SM2 key, public or with its private half.
 struct Key;

@@ -260,7 +260,6 @@ bool pbkdf2_sha256(const unsigned char* pass, std::size_t passLen, const unsigne
   return gcry_kdf_derive(pass, passLen, GCRY_KDF_PBKDF2, GCRY_MD_SHA256, salt, saltLen, iterations, outLen, out) == 0;
 }
 
-namespace {
 bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
          const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
   if (!init()) return false;
@@ -277,19 +276,6 @@ bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const uns
   }
   gcry_cipher_close(hd);
   return ok;
-}
-}  // namespace
-
-bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
-              const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
-  return gcm(true, key, iv, aad, aadLen, in, len, out, tag);
-}
-
-bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
-              const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out) {
-  if (gcm(false, key, iv, aad, aadLen, in, len, out, const_cast<unsigned char*>(tag))) return true;
-  crypto::wipe(out, len);
-  return false;
 }
 
 // ---- block ciphers ----

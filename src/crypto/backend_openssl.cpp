@@ -240,7 +240,6 @@ bool pbkdf2_sha256(const unsigned char* pass, std::size_t passLen, const unsigne
   return ok;
 }
 
-namespace {
 // One GCM pass; tag is written when sealing and checked when opening.
 bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
          const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
@@ -256,19 +255,6 @@ bool gcm(bool seal, const unsigned char* key, const unsigned char* iv, const uns
             (!seal || EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_GET_TAG, 16, tag) == 1);
   EVP_CIPHER_CTX_free(ctx);
   return ok;
-}
-}  // namespace
-
-bool gcm_seal(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
-              const unsigned char* in, std::size_t len, unsigned char* out, unsigned char* tag) {
-  return gcm(true, key, iv, aad, aadLen, in, len, out, tag);
-}
-
-bool gcm_open(const unsigned char* key, const unsigned char* iv, const unsigned char* aad, std::size_t aadLen,
-              const unsigned char* in, std::size_t len, const unsigned char* tag, unsigned char* out) {
-  if (gcm(false, key, iv, aad, aadLen, in, len, out, const_cast<unsigned char*>(tag))) return true;
-  crypto::wipe(out, len);
-  return false;
 }
 
 // ---- keys ----

@@ -111,6 +111,23 @@ int check_pin(Token& t, int type, const char* pin, unsigned* retries, Proof& pro
   return s.commit();
 }
 
+// Seals the token key under a new PIN with all its tries; the token is then logged in as loginAs.
+int replace_pin(Token& t, Proof& proof, int type, const char* pin, Login loginAs) {
+  PinSlot slot;
+  if (!wrap(proof.instance, proof.iterations, type, pin, proof.tokenKey, slot)) return VOREL_ERR_GENERAL;
+  Session s(t);
+  if (s.status() != VOREL_OK) return s.status();
+  if (t.c.instance != proof.instance || t.c.iterations != proof.iterations) return VOREL_ERR_DEVICE_REMOVED;
+  slot.remaining = t.c.maxTries;
+  slot_of(t.c, type) = slot;
+  int rc = s.commit();
+  if (rc == VOREL_OK && loginAs != Login::None) {
+    t.login = loginAs;
+    t.tokenKey.swap(proof.tokenKey);
+  }
+  return rc;
+}
+
 void logout(Token& t) {
   std::lock_guard<std::mutex> guard(t.mu);
   t.logout();
@@ -480,15 +497,7 @@ int VorelPKICryptoChangePwd(VOREL_DEVICE* device, int type, const char* oldPin, 
   if (!pin_length_ok(oldPin) || !pin_length_ok(newPin)) return fail(VOREL_ERR_PIN_LEN_RANGE);
   Proof proof;
   int rc = check_pin(*t, type, oldPin, retries, proof);
-  if (rc != VOREL_OK) return fail(rc);
-  PinSlot slot;
-  if (!wrap(proof.instance, proof.iterations, type, newPin, proof.tokenKey, slot)) return fail(VOREL_ERR_GENERAL);
-  Session s(*t);
-  if (s.status() != VOREL_OK) return fail(s.status());
-  if (t->c.instance != proof.instance || t->c.iterations != proof.iterations) return fail(VOREL_ERR_DEVICE_REMOVED);
-  slot.remaining = t->c.maxTries;
-  slot_of(t->c, type) = slot;
-  rc = s.commit();
+  if (rc == VOREL_OK) rc = replace_pin(*t, proof, type, newPin, Login::None);
   return rc == VOREL_OK ? ok() : fail(rc);
 }
 
@@ -501,21 +510,9 @@ int VorelPKICryptoUnlockPwd(VOREL_DEVICE* device, int type, const char* soPin, c
   if (!pin_length_ok(soPin) || !pin_length_ok(newUserPin)) return fail(VOREL_ERR_PIN_LEN_RANGE);
   Proof proof;
   int rc = check_pin(*t, VOREL_PWD_SO, soPin, retries, proof);
-  if (rc != VOREL_OK) return fail(rc);
-  PinSlot slot;
-  if (!wrap(proof.instance, proof.iterations, VOREL_PWD_USER, newUserPin, proof.tokenKey, slot))
-    return fail(VOREL_ERR_GENERAL);
-  Session s(*t);
-  if (s.status() != VOREL_OK) return fail(s.status());
-  if (t->c.instance != proof.instance || t->c.iterations != proof.iterations) return fail(VOREL_ERR_DEVICE_REMOVED);
-  slot.remaining = t->c.maxTries;
-  t->c.user = slot;
-  rc = s.commit();
-  if (rc != VOREL_OK) return fail(rc);
   // The SO PIN was proven: the token stays logged in as SO.
-  t->login = Login::So;
-  t->tokenKey.swap(proof.tokenKey);
-  return ok();
+  if (rc == VOREL_OK) rc = replace_pin(*t, proof, VOREL_PWD_USER, newUserPin, Login::So);
+  return rc == VOREL_OK ? ok() : fail(rc);
 }
 
 int VorelPKICryptoGetPwdRetryNum(VOREL_DEVICE* device, int type, unsigned* retries) {
