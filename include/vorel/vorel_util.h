@@ -13,6 +13,11 @@ void* vorel_malloc(size_t size);
 /* Accepts NULL. */
 void vorel_free(void* ptr);
 
+/* Overwrites len bytes with zeros in a way the compiler may not drop; accepts NULL. */
+void vorel_cleanse(void* ptr, size_t len);
+/* 1 when the len bytes at a and b are equal, else 0, in time independent of their contents. */
+int vorel_memequal(const void* a, const void* b, size_t len);
+
 /* Byte string as the loader functions take it. */
 typedef struct vorel_ustring_st vorel_ustring;
 /* Copies len bytes of text (ASCII); NULL on a null text or exhausted memory. */

@@ -18,24 +18,32 @@ using json = nlohmann::json;
 // into each other and into text; anything else cannot be converted and fails the load.
 std::string as_string(const json& v) {
   switch (v.type()) {
-    case json::value_t::null: return std::string();
-    case json::value_t::string: return v.get<std::string>();
-    case json::value_t::boolean: return v.get<bool>() ? "true" : "false";
-    case json::value_t::number_integer: return std::to_string(v.get<int64_t>());
-    case json::value_t::number_unsigned: return std::to_string(v.get<uint64_t>());
+    case json::value_t::null:
+      return std::string();
+    case json::value_t::string:
+      return v.get<std::string>();
+    case json::value_t::boolean:
+      return v.get<bool>() ? "true" : "false";
+    case json::value_t::number_integer:
+      return std::to_string(v.get<int64_t>());
+    case json::value_t::number_unsigned:
+      return std::to_string(v.get<uint64_t>());
     case json::value_t::number_float: {
       std::ostringstream out;
       out << v.get<double>();
       return out.str();
     }
-    default: throw std::runtime_error("Value is not convertible to string.");
+    default:
+      throw std::runtime_error("Value is not convertible to string.");
   }
 }
 
 int32_t as_int(const json& v) {
   switch (v.type()) {
-    case json::value_t::null: return 0;
-    case json::value_t::boolean: return v.get<bool>() ? 1 : 0;
+    case json::value_t::null:
+      return 0;
+    case json::value_t::boolean:
+      return v.get<bool>() ? 1 : 0;
     case json::value_t::number_integer: {
       int64_t n = v.get<int64_t>();
       if (n < INT32_MIN || n > INT32_MAX) throw std::runtime_error("LargestInt out of Int range");
@@ -51,18 +59,25 @@ int32_t as_int(const json& v) {
       if (!(d >= INT32_MIN && d <= INT32_MAX)) throw std::runtime_error("double out of Int range");
       return static_cast<int32_t>(d);
     }
-    default: throw std::runtime_error("Value is not convertible to Int.");
+    default:
+      throw std::runtime_error("Value is not convertible to Int.");
   }
 }
 
 bool as_bool(const json& v) {
   switch (v.type()) {
-    case json::value_t::null: return false;
-    case json::value_t::boolean: return v.get<bool>();
-    case json::value_t::number_integer: return v.get<int64_t>() != 0;
-    case json::value_t::number_unsigned: return v.get<uint64_t>() != 0;
-    case json::value_t::number_float: return v.get<double>() != 0.0;
-    default: throw std::runtime_error("Value is not convertible to bool.");
+    case json::value_t::null:
+      return false;
+    case json::value_t::boolean:
+      return v.get<bool>();
+    case json::value_t::number_integer:
+      return v.get<int64_t>() != 0;
+    case json::value_t::number_unsigned:
+      return v.get<uint64_t>() != 0;
+    case json::value_t::number_float:
+      return v.get<double>() != 0.0;
+    default:
+      throw std::runtime_error("Value is not convertible to bool.");
   }
 }
 
@@ -72,6 +87,22 @@ const json* member(const json& object, const char* key) {
   if (!object.is_object()) throw std::runtime_error("requires objectValue or nullValue");
   auto it = object.find(key);
   return it == object.end() ? nullptr : &*it;
+}
+
+// 32 hexadecimal digits: a key of 16 bytes.
+void read_key(const std::string& text, std::array<uint8_t, 16>& key) {
+  auto digit = [](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  if (text.size() != 2 * key.size()) throw std::runtime_error("devAuthKey must be 32 hexadecimal digits");
+  for (std::size_t i = 0; i < key.size(); ++i) {
+    int hi = digit(text[2 * i]), lo = digit(text[2 * i + 1]);
+    if (hi < 0 || lo < 0) throw std::runtime_error("devAuthKey must be 32 hexadecimal digits");
+    key[i] = static_cast<uint8_t>(hi << 4 | lo);
+  }
 }
 
 DeviceConfig read_entry(const json& e) {
@@ -85,6 +116,10 @@ DeviceConfig read_entry(const json& e) {
     if (v->is_array() || v->is_object()) {
       for (const json& id : *v) d.pidvids.push_back(as_string(id));
     }
+  }
+  if (const json* v = member(e, "devAuthKey")) {
+    read_key(as_string(*v), d.devAuthKey);
+    d.hasDevAuthKey = true;
   }
   return d;
 }

@@ -1,6 +1,7 @@
 // The JSON device configuration: which device types exist and who serves them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ struct DeviceConfig {
   bool isskf = false;
   bool useMasterFile = true;
   std::vector<std::string> pidvids;
+  // Device authentication of emulated devices, when configured (SM4 key).
+  bool hasDevAuthKey = false;
+  std::array<uint8_t, 16> devAuthKey{};
 };
 
 class VorelSKFConfig {

@@ -6,9 +6,14 @@
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
   switch (reason) {
-    case DLL_PROCESS_ATTACH: vorel::library_attach(); break;
-    case DLL_PROCESS_DETACH: vorel::library_detach(); break;
-    default: break;
+    case DLL_PROCESS_ATTACH:
+      vorel::library_attach();
+      break;
+    case DLL_PROCESS_DETACH:
+      vorel::library_detach();
+      break;
+    default:
+      break;
   }
   return TRUE;
 }

@@ -1,9 +1,15 @@
 // The frame every export runs in: call trace, argument checks bound to the export's validation
-// line, handle lookup, vendor forwarding and the logging of failures.
+// line, the exception guard, vendor forwarding, the size contract of output buffers and the
+// logging of failures.
 #pragma once
 
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
 #include <utility>
 
+#include "core/errors.h"
 #include "core/log.h"
 #include "core/records.h"
 #include "core/skf_dll/skf_dll.h"
@@ -43,6 +49,8 @@ class ExportCall {
     VLOG_ERROR(name_, "%s return: 0x%08x", name_, code);
     return code;
   }
+  // The one return line for whatever the emulated route answered.
+  ULONG finish(ULONG code) const { return code == SAR_OK ? SAR_OK : fail(code); }
   ULONG invalid_argument() const { return fail(invalidCode_); }
   ULONG invalid_handle(const char* what) const {
     VLOG_ERROR(name_, "%s is not a live handle of the expected kind", what);
@@ -55,27 +63,36 @@ class ExportCall {
     VLOG_ERROR(name_, "%s is not implemented", name_);
     return fail(SAR_NOTSUPPORTYETERR);
   }
+  // A vendor-served record whose type no longer has a module.
+  ULONG unknown_type(int32_t type) const {
+    VLOG_ERROR(name_, "device type : %d is not support", type);
+    return fail(SAR_UNKNOWNERR);
+  }
+  // Logs "<function> fail, error : <rc>" and answers the SKF code for a crypto-library failure.
+  ULONG crypto_failed(const char* function, int rc) const {
+    VLOG_ERROR(name_, "%s fail, error : %d", function, rc);
+    return sar_from_vorel(rc, name_);
+  }
 
-  // Calls the vendor module's function of this export for a device type, with the caller's
-  // arguments (vendor handles already substituted). Answers and logs the three vendor-route outcomes.
+  // Calls the vendor module's function of this export with the caller's arguments (vendor
+  // handles already substituted). A missing function answers SAR_NOTSUPPORTYETERR; the vendor's
+  // own failure code comes back unchanged. Only the outcome is logged here.
   template <class Fn, class... Args>
-  ULONG forward(int32_t type, Fn SkfDll::*entry, Args&&... args) const {
-    SkfDll* dll = find_skf_dll(type);
-    if (!dll) {
-      VLOG_ERROR(name_, "device type : %d is not support", type);
-      return fail(SAR_UNKNOWNERR);
-    }
-    Fn fn = dll->*entry;
+  ULONG vendor_call(const SkfDll& dll, Fn SkfDll::*entry, Args&&... args) const {
+    Fn fn = dll.*entry;
     if (!fn) {
       VLOG_ERROR(name_, "%s is not support", name_);
-      return fail(SAR_NOTSUPPORTYETERR);
+      return SAR_NOTSUPPORTYETERR;
     }
     ULONG rc = fn(std::forward<Args>(args)...);
-    if (rc != SAR_OK) {
-      VLOG_ERROR(name_, "%s fail, error : 0x%08x", name_, rc);
-      return fail(rc);
-    }
-    return SAR_OK;
+    if (rc != SAR_OK) VLOG_ERROR(name_, "%s fail, error : 0x%08x", name_, rc);
+    return rc;
+  }
+
+  // vendor_call with the return line: the whole vendor route of most exports.
+  template <class Fn, class... Args>
+  ULONG forward(const SkfDll& dll, Fn SkfDll::*entry, Args&&... args) const {
+    return finish(vendor_call(dll, entry, std::forward<Args>(args)...));
   }
 
  private:
@@ -86,15 +103,70 @@ class ExportCall {
   int line_ = 0;
 };
 
+// Runs an export's body; no exception leaves it. An allocation failure answers SAR_MEMORYERR,
+// anything else thrown SAR_FAIL, both logged.
+// invalidCode: the answer to a failed argument check (the block-cipher exports differ).
+template <class Body>
+ULONG run_export(const char* name, ULONG invalidCode, Body&& body) noexcept {
+  ExportCall call(name, invalidCode);
+  try {
+    return body(call);
+  } catch (const std::bad_alloc&) {
+    VLOG_ERROR(name, "out of memory");
+    return call.fail(SAR_MEMORYERR);
+  } catch (const std::exception& e) {
+    VLOG_ERROR(name, "unexpected failure: %s", e.what());
+    return call.fail(SAR_FAIL);
+  } catch (...) {
+    VLOG_ERROR(name, "unexpected failure");
+    return call.fail(SAR_FAIL);
+  }
+}
+
+template <class Body>
+ULONG run_export(const char* name, Body&& body) noexcept {
+  return run_export(name, SAR_INVALIDPARAMERR, std::forward<Body>(body));
+}
+
 // Runs the argument checks of an export; the first failing check ends the export.
-#define VOREL_VALIDATE(call, checks)                     \
-  do {                                                   \
-    if (!((call).at(__FILE__, __LINE__), (checks))) {    \
-      return (call).invalid_argument();                  \
-    }                                                    \
+#define VOREL_VALIDATE(call, checks)                  \
+  do {                                                \
+    if (!((call).at(__FILE__, __LINE__), (checks))) { \
+      return (call).invalid_argument();               \
+    }                                                 \
   } while (0)
 
-// The route test: true when a vendor module serves the type.
-inline bool is_vendor_type(int32_t type) { return find_skf_dll(type) != nullptr; }
+// The size contract of every output buffer, answered before any state changes: a null buffer
+// asks the size; a short one gets the size and SAR_BUFFER_TOO_SMALL; else the bytes are copied.
+// slack: how many bytes short a buffer may be and still be accepted; what does not fit in the
+// caller's buffer is never written.
+inline ULONG put_bytes(const void* data, std::size_t len, void* out, ULONG* outLen, ULONG slack = 0) {
+  if (len > UINT32_MAX) return SAR_FAIL;
+  ULONG size = static_cast<ULONG>(len);
+  if (!out) {
+    *outLen = size;
+    return SAR_OK;
+  }
+  ULONG room = *outLen;
+  *outLen = size;
+  if (room < size && size - room > slack) return SAR_BUFFER_TOO_SMALL;
+  std::size_t n = room < size ? room : size;
+  if (n > 0) std::memcpy(out, data, n);
+  return SAR_OK;
+}
+
+// Publishes a record that wraps a handle the vendor just gave out and writes its handle to *out.
+// Should the record not be registered, close(vendorHandle) runs first, so that nothing stays
+// open on the token, and the failure goes on to the frame.
+template <class T, class Close>
+void publish_vendor_record(const std::shared_ptr<T>& record, Close close, HANDLE* out) {
+  try {
+    publish(record);
+  } catch (...) {
+    close();
+    throw;
+  }
+  *out = record.get();
+}
 
 }  // namespace vorel

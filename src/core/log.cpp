@@ -22,10 +22,14 @@ std::mutex g_write_mutex;
 
 const char* tag_of(LogLevel level) {
   switch (level) {
-    case LogLevel::Error: return "[ERROR]";
-    case LogLevel::Warn: return "[WARN]";
-    case LogLevel::Info: return "[INFO]";
-    case LogLevel::Debug: return "[DEBUG]";
+    case LogLevel::Error:
+      return "[ERROR]";
+    case LogLevel::Warn:
+      return "[WARN]";
+    case LogLevel::Info:
+      return "[INFO]";
+    case LogLevel::Debug:
+      return "[DEBUG]";
   }
   return "[DEBUG]";
 }

@@ -1,121 +1,243 @@
 #include "core/records.h"
 
-#include <mutex>
+#include <cstring>
+#include <deque>
 #include <unordered_map>
+#include <vector>
+
+#include "platform/platform.h"
+#include "vorel/vorel_util.h"
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VOREL_ASAN 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define VOREL_ASAN 1
+#endif
+#ifdef VOREL_ASAN
+#include <sanitizer/asan_interface.h>
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace vorel {
 
+// ---- locks ----
+
+void DeviceLock::enter() {
+  std::unique_lock<std::mutex> guard(mutex_);
+  std::thread::id self = std::this_thread::get_id();
+  free_.wait(guard, [&] { return depth_ == 0 || owner_ == self; });
+  owner_ = self;
+  ++depth_;
+}
+
+bool DeviceLock::leave() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (depth_ == 0 || owner_ != std::this_thread::get_id()) return false;
+  if (--depth_ == 0) {
+    owner_ = std::thread::id();
+    free_.notify_one();
+  }
+  return true;
+}
+
+DeviceAuth::~DeviceAuth() {
+  vorel_cleanse(key, sizeof key);
+  vorel_cleanse(challenge, sizeof challenge);
+}
+
+HandleRecord::~HandleRecord() {
+  switch (kind) {
+    case kSessionKey:
+      if (auto* key = static_cast<SymmKeyRecord*>(payload)) {
+        VorelPKICryptoFreeCipher(key->cipher);
+        vorel_cleanse(key->key, sizeof key->key);
+        vorel_free(key);
+      }
+      break;
+    case kHash:
+      VorelPKICryptoFreeHash(static_cast<VOREL_HASH*>(payload));
+      break;
+    case kMac:
+      if (auto* mac = static_cast<MacRecord*>(payload)) {
+        VorelPKICryptoFreeCipher(mac->cipher);
+        vorel_free(mac);
+      }
+      break;
+    default:
+      break;
+  }
+  payload = nullptr;
+}
+
+// ---- record memory ----
+//
+// Slots are handed out in address order within a page; a page whose slots were all handed out
+// and closed gives its memory back at once and joins a queue, from which it is taken again only
+// when kAddressCooling records were made since. Address space is reserved in chunks that stay
+// for the life of the process; only pages with live records hold memory.
+
 namespace {
+
+constexpr std::size_t kChunkPages = 1024;
+
+struct PageState {
+  uint32_t handedOut = 0;
+  uint32_t live = 0;
+};
+
+struct Cooling {
+  char* page;
+  uint64_t since;  // records made when the page emptied
+};
+
+class RecordArena {
+ public:
+  void* allocate() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (!current_ || pages_[current_].handedOut == slotsPerPage_) next_page();
+    PageState& state = pages_[current_];
+    char* slot = current_ + state.handedOut * kRecordSlot;
+    ++state.handedOut;
+    ++state.live;
+    ++made_;
+#ifdef VOREL_ASAN
+    ASAN_UNPOISON_MEMORY_REGION(slot, kRecordSlot);
+#endif
+    return slot;
+  }
+
+  void release(void* slot) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    char* page = page_of(static_cast<char*>(slot));
+    PageState& state = pages_[page];
+    std::memset(slot, 0, kRecordSlot);
+#ifdef VOREL_ASAN
+    ASAN_POISON_MEMORY_REGION(slot, kRecordSlot);
+#endif
+    if (--state.live == 0 && state.handedOut == slotsPerPage_) retire_page(page);
+  }
+
+  std::size_t committed() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return pages_.size();
+  }
+
+ private:
+  char* page_of(char* p) const {
+    return reinterpret_cast<char*>(reinterpret_cast<std::uintptr_t>(p) & ~(pageSize_ - 1));
+  }
+
+  // The oldest cooled page, else a page never used; nothing changes unless it succeeds.
+  void next_page() {
+    bool cooled = !cooling_.empty() && made_ - cooling_.front().since >= kAddressCooling;
+    if (!cooled && nextFresh_ == chunkEnd_) reserve_chunk();
+    char* page = cooled ? cooling_.front().page : nextFresh_;
+    pages_[page] = PageState();
+    if (!platform::commit_pages(page, pageSize_)) {
+      pages_.erase(page);
+      throw std::bad_alloc();
+    }
+#ifdef VOREL_ASAN
+    ASAN_POISON_MEMORY_REGION(page, pageSize_);
+#endif
+    if (cooled) {
+      cooling_.pop_front();
+    } else {
+      nextFresh_ += pageSize_;
+    }
+    current_ = page;
+  }
+
+  void reserve_chunk() {
+    std::size_t size = kChunkPages * pageSize_;
+    auto* chunk = static_cast<char*>(platform::reserve_pages(size));
+    if (!chunk) throw std::bad_alloc();
+#ifdef VOREL_ASAN
+    // Records hold the only references to what they own: the leak checker must look inside.
+    __lsan_register_root_region(chunk, size);
+#endif
+    nextFresh_ = chunk;
+    chunkEnd_ = chunk + size;
+  }
+
+  void retire_page(char* page) {
+    pages_.erase(page);
+    if (page == current_) current_ = nullptr;
+    platform::decommit_pages(page, pageSize_);
+    try {
+      cooling_.push_back({page, made_});
+    } catch (const std::bad_alloc&) {
+      // Out of memory while closing: the page is simply not used again.
+    }
+  }
+
+  std::mutex mutex_;
+  const std::size_t pageSize_ = platform::page_size();
+  const uint32_t slotsPerPage_ = static_cast<uint32_t>(platform::page_size() / kRecordSlot);
+  std::unordered_map<char*, PageState> pages_;  // committed pages
+  std::deque<Cooling> cooling_;
+  char* current_ = nullptr;
+  char* nextFresh_ = nullptr;
+  char* chunkEnd_ = nullptr;
+  uint64_t made_ = 0;
+};
+
+RecordArena& arena() {
+  // Never destroyed: records may be released during process teardown.
+  static RecordArena* a = new RecordArena();
+  return *a;
+}
 
 struct Registry {
   std::mutex mutex;
-  std::unordered_map<const void*, RecordKind> live;
+  struct Entry {
+    RecordKind kind;
+    std::shared_ptr<void> record;
+  };
+  std::unordered_map<const void*, Entry> live;
 };
 
 Registry& registry() {
-  // Never destroyed: records may be released during process teardown.
   static Registry* r = new Registry();
   return *r;
 }
 
 }  // namespace
 
-void registry_add(const void* record, RecordKind kind) {
+void* record_slot_allocate() { return arena().allocate(); }
+
+void record_slot_release(void* slot) {
+  if (slot) arena().release(slot);
+}
+
+std::size_t record_pages_committed() { return arena().committed(); }
+
+void registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record) {
   Registry& r = registry();
   std::lock_guard<std::mutex> guard(r.mutex);
-  r.live[record] = kind;
+  r.live[handle] = Registry::Entry{kind, std::move(record)};
 }
 
-void registry_remove(const void* record) {
-  Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.mutex);
-  r.live.erase(record);
-}
-
-bool registry_contains(const void* record, RecordKind kind) {
-  if (!record) return false;
-  Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.mutex);
-  auto it = r.live.find(record);
-  return it != r.live.end() && it->second == kind;
-}
-
-DeviceRecord* find_device(DEVHANDLE handle) {
-  return registry_contains(handle, RecordKind::Device) ? static_cast<DeviceRecord*>(handle) : nullptr;
-}
-
-HandleRecord* find_handle(HANDLE handle) {
-  return registry_contains(handle, RecordKind::Handle) ? static_cast<HandleRecord*>(handle) : nullptr;
-}
-
-DeviceRecord* device_record_new(int32_t type) {
-  auto* device = static_cast<DeviceRecord*>(vorel_malloc(sizeof(DeviceRecord)));
-  if (!device) return nullptr;
-  device->lock = platform::lock_new();
-  if (!device->lock) {
-    vorel_free(device);
-    return nullptr;
-  }
-  device->type = type;
-  registry_add(device, RecordKind::Device);
-  return device;
-}
-
-void device_record_free(DeviceRecord* device) {
-  if (!device) return;
-  registry_remove(device);
-  platform::lock_free(device->lock);
-  device->lock = nullptr;
-  VorelPKICryptoFreeDevice(device->cryptoDevice);
-  device->cryptoDevice = nullptr;
-  vorel_free(device);
-}
-
-HandleRecord* handle_record_new(int32_t type, uint32_t kind) {
-  auto* handle = static_cast<HandleRecord*>(vorel_malloc(sizeof(HandleRecord)));
+std::shared_ptr<void> registry_find(const void* handle, RecordKind kind) {
   if (!handle) return nullptr;
-  handle->type = type;
-  handle->kind = kind;
-  registry_add(handle, RecordKind::Handle);
-  return handle;
+  Registry& r = registry();
+  std::lock_guard<std::mutex> guard(r.mutex);
+  auto it = r.live.find(handle);
+  if (it == r.live.end() || it->second.kind != kind) return nullptr;
+  return it->second.record;
 }
 
-void handle_record_free(HandleRecord* handle) {
-  if (!handle) return;
-  registry_remove(handle);
-  // Each pointer is cleared before its object is freed, so nothing is freed twice.
-  switch (handle->kind) {
-    case kSessionKey: {
-      auto* key = static_cast<SymmKeyRecord*>(handle->payload);
-      handle->payload = nullptr;
-      if (key) {
-        VOREL_CIPHER* cipher = key->cipher;
-        key->cipher = nullptr;
-        VorelPKICryptoFreeCipher(cipher);
-        vorel_free(key);
-      }
-      break;
-    }
-    case kHash: {
-      auto* hash = static_cast<VOREL_HASH*>(handle->payload);
-      handle->payload = nullptr;
-      VorelPKICryptoFreeHash(hash);
-      break;
-    }
-    case kMac: {
-      auto* mac = static_cast<MacRecord*>(handle->payload);
-      handle->payload = nullptr;
-      if (mac) {
-        VOREL_CIPHER* cipher = mac->cipher;
-        mac->cipher = nullptr;
-        VorelPKICryptoFreeCipher(cipher);
-        vorel_free(mac);
-      }
-      break;
-    }
-    default: break;
-  }
-  vorel_free(handle);
+std::shared_ptr<void> registry_retire(const void* handle) {
+  Registry& r = registry();
+  std::lock_guard<std::mutex> guard(r.mutex);
+  auto it = r.live.find(handle);
+  if (it == r.live.end()) return nullptr;
+  std::shared_ptr<void> record = std::move(it->second.record);
+  r.live.erase(it);
+  return record;
 }
 
 }  // namespace vorel

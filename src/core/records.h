@@ -1,11 +1,22 @@
-// Device and generic handle records, and the registry of live records that handles are checked against.
+// The records behind the handles the library gives out, and the registry of live ones.
+//
+// A handle is the address of its record. The registry owns every live record, so a lookup hands
+// out a reference that keeps the record alive while a call uses it, even if another thread
+// closes the handle meanwhile. Records live in pages of their own whose addresses come back only
+// after many more records were made: a closed handle is refused, not taken for a newer record.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <utility>
 
-#include "platform/platform.h"
 #include "skf.h"
 #include "vorel/vorel_crypto.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel {
 
@@ -14,20 +25,44 @@ enum class RecordKind : uint32_t { Device = 1, Application = 2, Container = 3, H
 // Generic handle kinds and the payload each carries on the crypto-library route.
 enum HandleKind : uint32_t { kSessionKey = 1, kHash = 2, kMac = 4 };
 
-struct DeviceRecord {
-  platform::RecursiveLock* lock;  // taken only by SKF_LockDev / SKF_UnlockDev
-  int32_t type;
-  char name[65];  // serial number on the crypto-library route
-  DEVINFO devInfo;
-  VOREL_DEVICE* cryptoDevice;
-  DEVHANDLE vendorDevice;
+// A lock that one thread owns at a time and may take again; only the owner releases it.
+class DeviceLock {
+ public:
+  void enter();
+  // False when the calling thread does not hold the lock.
+  bool leave();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable free_;
+  std::thread::id owner_;
+  unsigned depth_ = 0;
 };
 
-struct HandleRecord {
-  int32_t type;         // device type at creation; routes every later use
-  HANDLE vendorHandle;  // vendor route
-  uint32_t kind;        // HandleKind
-  void* payload;        // crypto-library route
+// Device authentication of an emulated device whose type has a configured key: the random
+// bytes last drawn on the handle are the challenge, answered once.
+struct DeviceAuth {
+  std::mutex mutex;
+  bool keySet = false;
+  uint8_t key[16] = {};
+  uint8_t challenge[16] = {};
+  uint32_t challengeLen = 0;  // 0: no challenge outstanding
+  ~DeviceAuth();
+};
+
+struct DeviceRecord {
+  static constexpr RecordKind kKind = RecordKind::Device;
+  // Taken only by SKF_LockDev / SKF_UnlockDev; dropped by SKF_DisConnectDev.
+  std::shared_ptr<DeviceLock> lock;
+  int32_t type = 0;
+  char name[65] = {};    // serial number on the crypto-library route
+  std::mutex infoMutex;  // guards devInfo, which SKF_SetLabel changes
+  DEVINFO devInfo = {};
+  UniquePtr<VOREL_DEVICE> cryptoDevice;
+  DEVHANDLE vendorDevice = nullptr;
+  DeviceAuth auth;
+
+  explicit DeviceRecord(int32_t deviceType) : type(deviceType) {}
 };
 
 // Payload of a session key handle.
@@ -48,20 +83,74 @@ struct MacRecord {
   uint8_t lastBlock[16];
 };
 
-// Registry of live records. A handle is used only when it is registered with the expected kind.
-void registry_add(const void* record, RecordKind kind);
-void registry_remove(const void* record);
-bool registry_contains(const void* record, RecordKind kind);
+struct HandleRecord {
+  static constexpr RecordKind kKind = RecordKind::Handle;
+  int32_t type;         // device type at creation; routes every later use
+  HANDLE vendorHandle;  // vendor route
+  uint32_t kind;        // HandleKind
+  void* payload;        // crypto-library route; freed by kind with the record
 
-// Typed lookups: nullptr unless the handle is a live record of that kind.
-DeviceRecord* find_device(DEVHANDLE handle);
-HandleRecord* find_handle(HANDLE handle);
+  HandleRecord(int32_t deviceType, uint32_t handleKind)
+      : type(deviceType), vendorHandle(nullptr), kind(handleKind), payload(nullptr) {}
+  ~HandleRecord();
+  HandleRecord(const HandleRecord&) = delete;
+  HandleRecord& operator=(const HandleRecord&) = delete;
+};
 
-// Creation registers the record; release unregisters it first, then frees what it owns.
-DeviceRecord* device_record_new(int32_t type);
-void device_record_free(DeviceRecord* device);
-HandleRecord* handle_record_new(int32_t type, uint32_t kind);
-// Frees the crypto-library payload by kind, then the record.
-void handle_record_free(HandleRecord* handle);
+// ---- record memory ----
+
+constexpr std::size_t kRecordSlot = 1024;
+// A closed record's address is not handed out again before this many further records were made.
+constexpr std::uint64_t kAddressCooling = 1u << 17;
+
+// A slot of kRecordSlot zero-filled bytes; throws std::bad_alloc.
+void* record_slot_allocate();
+void record_slot_release(void* slot);
+// Pages that hold memory now (live records and the page being filled).
+std::size_t record_pages_committed();
+
+// ---- the registry ----
+
+// A new record, not yet reachable through its handle. Throws std::bad_alloc.
+template <class T, class... Args>
+std::shared_ptr<T> new_record(Args&&... args) {
+  static_assert(sizeof(T) <= kRecordSlot, "record larger than its slot");
+  void* slot = record_slot_allocate();
+  T* record;
+  try {
+    record = new (slot) T(std::forward<Args>(args)...);
+  } catch (...) {
+    record_slot_release(slot);
+    throw;
+  }
+  // Should the control block fail to allocate, shared_ptr runs the deleter before throwing.
+  return std::shared_ptr<T>(record, [](T* p) {
+    p->~T();
+    record_slot_release(p);
+  });
+}
+
+void registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record);
+std::shared_ptr<void> registry_find(const void* handle, RecordKind kind);
+// Takes the record out of the registry; the caller's reference, if any, is the last one.
+std::shared_ptr<void> registry_retire(const void* handle);
+
+// Makes the record reachable through its address, the caller's handle. Throws std::bad_alloc.
+template <class T>
+void publish(const std::shared_ptr<T>& record) {
+  registry_publish(record.get(), T::kKind, record);
+}
+
+// The live record of that kind behind a handle, or null: unknown, closed and other kinds alike.
+template <class T>
+std::shared_ptr<T> find_record(const void* handle) {
+  return std::static_pointer_cast<T>(registry_find(handle, T::kKind));
+}
+
+inline std::shared_ptr<DeviceRecord> find_device(DEVHANDLE handle) { return find_record<DeviceRecord>(handle); }
+inline std::shared_ptr<HandleRecord> find_handle(HANDLE handle) { return find_record<HandleRecord>(handle); }
+
+// Closes a handle: the registry lets go of its record, whose memory goes with the last reference.
+inline void retire(const void* handle) { registry_retire(handle); }
 
 }  // namespace vorel

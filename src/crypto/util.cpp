@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "crypto/secure.h"
 #include "platform/platform.h"
 #include "vorel/vorel_util.h"
 
@@ -21,6 +22,15 @@ void* vorel_malloc(std::size_t size) {
 }
 
 void vorel_free(void* ptr) { std::free(ptr); }
+
+void vorel_cleanse(void* ptr, std::size_t len) {
+  if (ptr) vorel::crypto::wipe(ptr, len);
+}
+
+int vorel_memequal(const void* a, const void* b, std::size_t len) {
+  return vorel::crypto::equal_ct(static_cast<const unsigned char*>(a), static_cast<const unsigned char*>(b), len) ? 1
+                                                                                                                    : 0;
+}
 
 vorel_ustring* vorel_ustring_newascii(const char* text, std::size_t len) {
   if (!text) return nullptr;

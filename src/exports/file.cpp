@@ -7,46 +7,52 @@ extern "C" {
 
 ULONG DEVAPI SKF_CreateFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG ulFileSize, ULONG ulReadRights,
                             ULONG ulWriteRights) {
-  ExportCall call("SKF_CreateFile");
-  VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
-                           call.length("ulFileSize", ulFileSize) && call.id("ulReadRights", ulReadRights) &&
-                           call.id("ulWriteRights", ulWriteRights));
-  return call.not_implemented();
+  return run_export("SKF_CreateFile", [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
+                             call.length("ulFileSize", ulFileSize) && call.id("ulReadRights", ulReadRights) &&
+                             call.id("ulWriteRights", ulWriteRights));
+    return call.not_implemented();
+  });
 }
 
 ULONG DEVAPI SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName) {
-  ExportCall call("SKF_DeleteFile");
-  VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName));
-  return call.not_implemented();
+  return run_export("SKF_DeleteFile", [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName));
+    return call.not_implemented();
+  });
 }
 
 ULONG DEVAPI SKF_EnumFiles(HAPPLICATION hApplication, LPSTR, ULONG* pulSize) {
-  ExportCall call("SKF_EnumFiles");
-  VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.pointer("pulSize", pulSize));
-  return call.not_implemented();
+  return run_export("SKF_EnumFiles", [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.pointer("pulSize", pulSize));
+    return call.not_implemented();
+  });
 }
 
 ULONG DEVAPI SKF_GetFileInfo(HAPPLICATION hApplication, LPSTR szFileName, FILEATTRIBUTE* pFileInfo) {
-  ExportCall call("SKF_GetFileInfo");
-  VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
-                           call.pointer("pFileInfo", pFileInfo));
-  return call.not_implemented();
+  return run_export("SKF_GetFileInfo", [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
+                             call.pointer("pFileInfo", pFileInfo));
+    return call.not_implemented();
+  });
 }
 
 ULONG DEVAPI SKF_ReadFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG, ULONG ulSize, BYTE* pbOutData,
                           ULONG* pulOutLen) {
-  ExportCall call("SKF_ReadFile");
-  VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
-                           call.length("ulSize", ulSize) && call.pointer("pbOutData", pbOutData) &&
-                           call.pointer("pulOutLen", pulOutLen));
-  return call.not_implemented();
+  return run_export("SKF_ReadFile", [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
+                             call.length("ulSize", ulSize) && call.pointer("pbOutData", pbOutData) &&
+                             call.pointer("pulOutLen", pulOutLen));
+    return call.not_implemented();
+  });
 }
 
 ULONG DEVAPI SKF_WriteFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG, BYTE* pbData, ULONG ulSize) {
-  ExportCall call("SKF_WriteFile");
-  VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
-                           call.bytes("pbData", pbData, "ulSize", ulSize));
-  return call.not_implemented();
+  return run_export("SKF_WriteFile", [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName) &&
+                             call.bytes("pbData", pbData, "ulSize", ulSize));
+    return call.not_implemented();
+  });
 }
 
 }  // extern "C"

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,13 +33,6 @@ LocalTime local_time();
 long process_id();
 long thread_id();
 
-// Recursive lock that can be owned by one thread at a time, re-entered by it.
-struct RecursiveLock;
-RecursiveLock* lock_new();
-bool lock_enter(RecursiveLock* lock);
-bool lock_leave(RecursiveLock* lock);
-void lock_free(RecursiveLock* lock);
-
 // Environment, as the C runtime sees it.
 const char* env_get(const char* name);
 
@@ -65,5 +59,21 @@ struct FileLock;
 // Blocks until the lock is had; nullptr when the lock file cannot be opened.
 FileLock* file_lock(const std::string& path);
 void file_unlock(FileLock* lock);
+
+// ---- address space for records ----
+
+std::size_t page_size();
+// Reserves address space with no memory behind it; nullptr on failure.
+void* reserve_pages(std::size_t size);
+// Puts zero-filled memory behind reserved pages; the addresses stay reserved when it is taken away.
+bool commit_pages(void* at, std::size_t size);
+void decommit_pages(void* at, std::size_t size);
+
+// ---- USB devices ----
+
+// Calls visit with the path of each present USB device and its identifier segment
+// "VID_xxxx&PID_xxxx" (nullptr when the path names no USB device) until visit answers true.
+// False when the devices cannot be listed or none made visit answer true.
+bool find_usb_device(const std::function<bool(const char* path, const char* segment)>& visit);
 
 }  // namespace vorel::platform

@@ -16,12 +16,14 @@ std::string without_separator(std::string dir) {
   return dir;
 }
 
-// A folder whose vorelskf.json routes type 7 to the fixture vendor module.
+// A folder whose vorelskf.json routes type 7 to the recording vendor module, 8 to the empty one.
 std::string folder_with_vendor_config() {
   std::string dir = testsupport::make_temp_dir("cwd");
   testsupport::write_file(dir + "vorelskf.json",
                           std::string(R"({"devices":[{"name":"FIXTURE","type":7,"isskf":true,"dllpath":")") +
                               testsupport::json_escape(testsupport::module_path(VENDOR_FIXTURE)) +
+                              R"("},{"name":"EMPTY","type":8,"isskf":true,"dllpath":")" +
+                              testsupport::json_escape(testsupport::module_path(VENDOR_EMPTY)) +
                               R"("},{"name":"EMULATED","type":3}]})");
   return dir;
 }
@@ -46,7 +48,7 @@ TEST(Lifecycle, LoadingLogsTheVersionOnceAtTheDefaultLevel) {
 TEST(Lifecycle, BelowInfoNoVersionLineButTheMapIsStillBuilt) {
   std::string text = run_probe("2", {folder_with_vendor_config()});
   EXPECT_EQ(count(text, "Version : "), 0u);
-  // The fixture lacks most functions: each missing one is a warning of the load at start.
+  // The empty module lacks every function: each missing one is a warning of the load at start.
   EXPECT_NE(text.find("[WARN] [new_skf_dll] vorel_dso_getfunction SKF_Transmit fail"), std::string::npos) << text;
 }
 

@@ -64,6 +64,16 @@ TEST(Config, ValuesOfOtherTypesConvertOrFail) {
       {R"({"name":false})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.name, "false"); }},
       {R"({"pidvids":["a",7,true]})", true,
        [](const DeviceConfig& d) { EXPECT_EQ(d.pidvids, (std::vector<std::string>{"a", "7", "true"})); }},
+      {R"({"devAuthKey":"0123456789abcdefFEDCBA9876543210"})", true,
+       [](const DeviceConfig& d) {
+         EXPECT_TRUE(d.hasDevAuthKey);
+         EXPECT_EQ(d.devAuthKey[0], 0x01);
+         EXPECT_EQ(d.devAuthKey[8], 0xFE);
+         EXPECT_EQ(d.devAuthKey[15], 0x10);
+       }},
+      {R"({"type":3})", true, [](const DeviceConfig& d) { EXPECT_FALSE(d.hasDevAuthKey); }},
+      {R"({"devAuthKey":"0123456789abcdef0123456789abcde"})", false, nullptr},
+      {R"({"devAuthKey":"0123456789abcdef0123456789abcdeg"})", false, nullptr},
       {R"({"type":"3"})", false, nullptr},
       {R"({"type":4294967296})", false, nullptr},
       {R"({"isskf":"yes"})", false, nullptr},

@@ -3,10 +3,13 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <stdexcept>
+#include <vector>
 
 #include "core/config.h"
 #include "core/frame.h"
 #include "core/lifecycle.h"
+#include "recorder.h"
 #include "unit.h"
 #include "vendor.h"
 
@@ -14,34 +17,39 @@ using namespace vorel;
 
 namespace {
 
-const uintptr_t kFailingDevice = 0xBAD0;    // the fixture's SKF_GenRandom fails for it
-const uintptr_t kStubbornHandle = 0xC105E;  // the fixture refuses to close it once
-
 class Frame : public ::testing::Test {
  protected:
   void SetUp() override {
     library_attach();
     std::string config = unit::vendor_config();
     ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
+    vendor_.reset();
   }
   void TearDown() override {
-    for (DeviceRecord* d : devices_) device_record_free(d);
+    for (const void* h : live_) retire(h);
     GetVorelSKFConfig().LoadWithContent("{}");
     library_detach();
   }
+  template <class T>
+  T* keep(std::shared_ptr<T> record) {
+    publish(record);
+    live_.push_back(record.get());
+    return record.get();
+  }
   DeviceRecord* emulated_device() {
-    DeviceRecord* d = device_record_new(3);
-    VorelPKICryptoDupDevice(pseudo_device(), &d->cryptoDevice);
-    devices_.push_back(d);
-    return d;
+    auto d = new_record<DeviceRecord>(3);
+    VOREL_DEVICE* dup = nullptr;
+    VorelPKICryptoDupDevice(pseudo_device(), &dup);
+    d->cryptoDevice.reset(dup);
+    return keep(d);
   }
   DeviceRecord* vendor_device(int32_t type, uintptr_t vendorHandle) {
-    DeviceRecord* d = device_record_new(type);
+    auto d = new_record<DeviceRecord>(type);
     d->vendorDevice = reinterpret_cast<DEVHANDLE>(vendorHandle);
-    devices_.push_back(d);
-    return d;
+    return keep(d);
   }
-  std::vector<DeviceRecord*> devices_;
+  testsupport::Recorder vendor_{unit::fixture_path()};
+  std::vector<const void*> live_;
 };
 
 TEST_F(Frame, GenRandomOnTheCryptoRouteFillsTheBuffer) {
@@ -55,8 +63,7 @@ TEST_F(Frame, GenRandomOnTheCryptoRouteFillsTheBuffer) {
 }
 
 TEST_F(Frame, GenRandomCryptoFailureIsSarFailWithoutOutputDump) {
-  DeviceRecord* dev = device_record_new(3);  // no crypto-library device behind it
-  devices_.push_back(dev);
+  DeviceRecord* dev = keep(new_record<DeviceRecord>(3));  // no crypto-library device behind it
   BYTE out[8];
   auto log = unit::log_file();
   EXPECT_EQ(SKF_GenRandom(dev, out, sizeof out), static_cast<ULONG>(SAR_FAIL));
@@ -66,18 +73,13 @@ TEST_F(Frame, GenRandomCryptoFailureIsSarFailWithoutOutputDump) {
   EXPECT_EQ(text.find("[_log] pbRandom"), std::string::npos);
 }
 
-TEST_F(Frame, GenRandomForwardsTheVendorHandle) {
+TEST_F(Frame, VendorRouteGetsTheVendorHandleAndItsCodeComesBackUnchanged) {
   DeviceRecord* dev = vendor_device(7, 0x1122334455667788ull & UINTPTR_MAX);
   BYTE out[8] = {0};
   ASSERT_EQ(SKF_GenRandom(dev, out, sizeof out), static_cast<ULONG>(SAR_OK));
-  uintptr_t echoed = 0;
-  for (std::size_t i = 0; i < sizeof echoed; ++i) echoed |= static_cast<uintptr_t>(out[i]) << (8 * i);
-  EXPECT_EQ(echoed, reinterpret_cast<uintptr_t>(dev->vendorDevice));
-}
-
-TEST_F(Frame, VendorCodesPassThroughUnchanged) {
-  DeviceRecord* dev = vendor_device(7, kFailingDevice);
-  BYTE out[8];
+  EXPECT_EQ(vendor_.last("SKF_GenRandom"),
+            (std::vector<uint64_t>{testsupport::arg(dev->vendorDevice), testsupport::arg(out), sizeof out}));
+  vendor_.answer("SKF_GenRandom", 0x0B000123);
   auto log = unit::log_file();
   EXPECT_EQ(SKF_GenRandom(dev, out, sizeof out), 0x0B000123u);
   std::string text = log.since();
@@ -93,65 +95,125 @@ TEST_F(Frame, MissingVendorFunctionIsNotSupported) {
   EXPECT_NE(log.since().find("[ERROR] [SKF_GenRandom] SKF_GenRandom is not support"), std::string::npos);
 }
 
-TEST_F(Frame, TypeLeavingTheMapBetweenTheTwoLookupsIsUnknown) {
-  ExportCall call("SKF_Test");
-  auto log = unit::log_file();
-  EXPECT_EQ(call.forward(42, &SkfDll::SKF_GenRandom, nullptr, nullptr, 0u), static_cast<ULONG>(SAR_UNKNOWNERR));
-  EXPECT_NE(log.since().find("[ERROR] [SKF_Test] device type : 42 is not support"), std::string::npos);
-}
-
 TEST_F(Frame, FailingVendorCloseLeavesTheHandleUsable) {
-  HandleRecord* h = handle_record_new(7, kHash);
-  h->vendorHandle = reinterpret_cast<HANDLE>(kStubbornHandle);
+  auto record = new_record<HandleRecord>(7, kHash);
+  record->vendorHandle = reinterpret_cast<HANDLE>(0xC105E);
+  publish(record);
+  HandleRecord* h = record.get();
+  record.reset();
+  vendor_.answer("SKF_CloseHandle", 0x0B000456);
   auto log = unit::log_file();
   EXPECT_EQ(SKF_CloseHandle(h), 0x0B000456u);
   EXPECT_NE(log.since().find("SKF_CloseHandle fail, error : 0x0b000456"), std::string::npos);
-  EXPECT_EQ(find_handle(h), h);
+  EXPECT_EQ(find_handle(h).get(), h);
+  vendor_.answer("SKF_CloseHandle", SAR_OK);
   EXPECT_EQ(SKF_CloseHandle(h), static_cast<ULONG>(SAR_OK));
+  EXPECT_EQ(vendor_.last("SKF_CloseHandle"), (std::vector<uint64_t>{0xC105E}));
   EXPECT_EQ(find_handle(h), nullptr);
   EXPECT_EQ(SKF_CloseHandle(h), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
 }
 
 TEST_F(Frame, CloseHandleFreesEveryPayloadKind) {
-  HandleRecord* hash = handle_record_new(3, kHash);
+  auto hash = new_record<HandleRecord>(3, kHash);
   hash->payload = VorelPKICryptoNewHash(pseudo_device(), VOREL_HASH_SM3);
   ASSERT_NE(hash->payload, nullptr);
-  HandleRecord* emptyHash = handle_record_new(3, kHash);
-  HandleRecord* key = handle_record_new(3, kSessionKey);
+  auto key = new_record<HandleRecord>(3, kSessionKey);
   key->payload = vorel_malloc(sizeof(SymmKeyRecord));
-  HandleRecord* mac = handle_record_new(3, kMac);
+  auto mac = new_record<HandleRecord>(3, kMac);
   mac->payload = vorel_malloc(sizeof(MacRecord));
-  HandleRecord* other = handle_record_new(3, 99);
-  for (HandleRecord* h : {hash, emptyHash, key, mac, other}) {
-    EXPECT_EQ(SKF_CloseHandle(h), static_cast<ULONG>(SAR_OK));
-    EXPECT_EQ(find_handle(h), nullptr);
+  for (const auto& h : {hash, new_record<HandleRecord>(3, kHash), key, mac, new_record<HandleRecord>(3, 99)}) {
+    publish(h);
+    EXPECT_EQ(SKF_CloseHandle(h.get()), static_cast<ULONG>(SAR_OK));
+    EXPECT_EQ(find_handle(h.get()), nullptr);
   }
 }
 
-struct BadHandleCase {
-  const char* what;
-  std::function<ULONG(DeviceRecord* live, HandleRecord* liveHandle)> call;
-};
-
 TEST_F(Frame, UnknownClosedAndWrongKindHandlesAreRefused) {
   DeviceRecord* live = emulated_device();
-  HandleRecord* liveHandle = handle_record_new(3, kHash);
-  DeviceRecord* closed = device_record_new(3);
-  device_record_free(closed);
+  HandleRecord* liveHandle = keep(new_record<HandleRecord>(3, kHash));
+  auto closedRecord = new_record<DeviceRecord>(3);
+  publish(closedRecord);
+  DeviceRecord* closed = closedRecord.get();
+  closedRecord.reset();
+  retire(closed);
   static int notARecord[64];
   BYTE out[4];
-  const BadHandleCase cases[] = {
-      {"unknown device", [&](DeviceRecord*, HandleRecord*) { return SKF_GenRandom(notARecord, out, 4); }},
-      {"closed device", [&](DeviceRecord*, HandleRecord*) { return SKF_GenRandom(closed, out, 4); }},
-      {"handle as device", [&](DeviceRecord*, HandleRecord* h) { return SKF_GenRandom(h, out, 4); }},
-      {"device as handle", [&](DeviceRecord* d, HandleRecord*) { return SKF_CloseHandle(d); }},
-      {"unknown handle", [&](DeviceRecord*, HandleRecord*) { return SKF_CloseHandle(notARecord); }},
+  const struct {
+    const char* what;
+    std::function<ULONG()> call;
+  } cases[] = {
+      {"unknown device", [&] { return SKF_GenRandom(notARecord, out, 4); }},
+      {"closed device", [&] { return SKF_GenRandom(closed, out, 4); }},
+      {"handle as device", [&] { return SKF_GenRandom(liveHandle, out, 4); }},
+      {"device as handle", [&] { return SKF_CloseHandle(live); }},
+      {"unknown handle", [&] { return SKF_CloseHandle(notARecord); }},
   };
-  for (const BadHandleCase& c : cases) {
-    EXPECT_EQ(c.call(live, liveHandle), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << c.what;
+  for (const auto& c : cases) EXPECT_EQ(c.call(), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << c.what;
+  EXPECT_EQ(find_device(live).get(), live);
+}
+
+// Handles are record addresses: a closed one must not come back as the handle of a newer record.
+TEST_F(Frame, AClosedHandleStaysRefusedWhileManyMoreRecordsComeAndGo) {
+  auto first = new_record<DeviceRecord>(3);
+  publish(first);
+  const void* closed = first.get();
+  first.reset();
+  retire(closed);
+  std::size_t pagesBefore = record_pages_committed();
+  for (std::uint64_t i = 0; i < kAddressCooling; ++i) {
+    std::shared_ptr<void> record;
+    if (i % 2) {
+      record = new_record<DeviceRecord>(3);
+      publish(std::static_pointer_cast<DeviceRecord>(record));
+    } else {
+      record = new_record<HandleRecord>(3, kHash);
+      publish(std::static_pointer_cast<HandleRecord>(record));
+    }
+    const void* address = record.get();
+    ASSERT_NE(address, closed) << "after " << i << " records";
+    record.reset();
+    retire(address);
   }
-  EXPECT_EQ(find_device(live), live);
-  EXPECT_EQ(SKF_CloseHandle(liveHandle), static_cast<ULONG>(SAR_OK));
+  EXPECT_EQ(find_device(const_cast<void*>(closed)), nullptr);
+  // Records that come and go hold no memory beyond the page being filled.
+  EXPECT_LE(record_pages_committed(), pagesBefore + 1);
+}
+
+TEST_F(Frame, AnExceptionInsideAnExportBecomesACode) {
+  auto log = unit::log_file();
+  EXPECT_EQ(run_export("SKF_Test", [](ExportCall&) -> ULONG { throw std::bad_alloc(); }),
+            static_cast<ULONG>(SAR_MEMORYERR));
+  EXPECT_EQ(run_export("SKF_Test", [](ExportCall&) -> ULONG { throw std::runtime_error("broken"); }),
+            static_cast<ULONG>(SAR_FAIL));
+  std::string text = log.since();
+  EXPECT_NE(text.find("[ERROR] [SKF_Test] out of memory"), std::string::npos);
+  EXPECT_NE(text.find("[ERROR] [SKF_Test] unexpected failure: broken"), std::string::npos);
+  EXPECT_NE(text.find("SKF_Test return: 0x0a00000e"), std::string::npos);
+}
+
+TEST_F(Frame, SizeContractOfOutputBuffers) {
+  const char data[] = "abcdef";  // 7 bytes with the zero
+  const struct {
+    bool null;
+    ULONG room, slack;
+    ULONG rc, size;
+    std::size_t written;
+  } cases[] = {
+      {true, 0, 0, SAR_OK, 7, 0},
+      {false, 7, 0, SAR_OK, 7, 7},
+      {false, 6, 0, SAR_BUFFER_TOO_SMALL, 7, 0},
+      {false, 6, 1, SAR_OK, 7, 6},
+      {false, 5, 1, SAR_BUFFER_TOO_SMALL, 7, 0},
+  };
+  for (const auto& c : cases) {
+    char out[16];
+    std::memset(out, '#', sizeof out);
+    ULONG size = c.room;
+    EXPECT_EQ(put_bytes(data, sizeof data, c.null ? nullptr : out, &size, c.slack), c.rc) << c.room << "/" << c.slack;
+    EXPECT_EQ(size, c.size);
+    EXPECT_EQ(std::memcmp(out, data, c.written), 0);
+    EXPECT_EQ(out[c.written], '#') << "wrote past " << c.written;
+  }
 }
 
 TEST_F(Frame, ExtensionsReachTheLibrarysOwnDecryption) {

@@ -143,8 +143,7 @@ struct NotYetCase {
 
 TEST(Validation, ExportsNotBuiltYetRefuseOpenly) {
   const NotYetCase cases[] = {
-      {"SKF_ConnectDev", [] { DEVHANDLE h; return SKF_ConnectDev(const_cast<char*>("1#x"), &h); }},
-      {"SKF_EnumDev", [] { return SKF_EnumDev(TRUE, nullptr, &g_ulong); }},
+      {"SKF_OpenApplication", [] { HANDLE h; return SKF_OpenApplication(kHandle, const_cast<char*>("VOREL"), &h); }},
       {"SKF_DigestInit", [] { HANDLE h; return SKF_DigestInit(kHandle, SGD_SM3, nullptr, nullptr, 0, &h); }},
       {"SKF_ECCSignData", [] { return SKF_ECCSignData(kHandle, g_buf, 16, &g_sig); }},
   };

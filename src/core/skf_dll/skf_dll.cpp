@@ -57,12 +57,25 @@ void free_skf_dll(SkfDll* dll) {
   vorel_free(dll);
 }
 
+std::shared_ptr<const SkfDll> SkfSet::find(int32_t type) const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  auto it = modules_.find(type);
+  return it == modules_.end() ? nullptr : it->second;
+}
+
+std::size_t SkfSet::size() const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return modules_.size();
+}
+
 void free_skf_set(SkfSet& set) {
-  for (auto& entry : set) {
-    VLOG_DEBUG("free_skf_set", "free skf dll, type : %d", entry.first);
-    free_skf_dll(entry.second);
+  std::map<int32_t, std::shared_ptr<const SkfDll>> old;
+  {
+    std::lock_guard<std::mutex> guard(set.mutex_);
+    old.swap(set.modules_);
   }
-  set.clear();
+  // A module still held by a running call is unloaded when that call returns.
+  for (auto& entry : old) VLOG_DEBUG("free_skf_set", "free skf dll, type : %d", entry.first);
 }
 
 void init_skf_set(SkfSet& set) {
@@ -70,8 +83,11 @@ void init_skf_set(SkfSet& set) {
   for (const DeviceConfig& d : GetVorelSKFConfig().devices()) {
     if (!d.isskf) continue;
     SkfDll* dll = new_skf_dll(d.name.c_str(), d.type, d.dllpath.c_str());
-    // A later entry of the same type replaces the earlier record, which stays loaded.
-    if (dll) set[d.type] = dll;
+    if (!dll) continue;
+    std::shared_ptr<const SkfDll> module(dll, [](const SkfDll* p) { free_skf_dll(const_cast<SkfDll*>(p)); });
+    // A later entry of the same type replaces the earlier one, which is unloaded.
+    std::lock_guard<std::mutex> guard(set.mutex_);
+    set.modules_[d.type] = std::move(module);
   }
 }
 
@@ -79,12 +95,6 @@ SkfSet& GetSkfSet() {
   // Never destroyed: the unload path frees it explicitly, whatever the order of static teardown.
   static SkfSet* set = new SkfSet();
   return *set;
-}
-
-SkfDll* find_skf_dll(int32_t type) {
-  SkfSet& set = GetSkfSet();
-  auto it = set.find(type);
-  return it == set.end() ? nullptr : it->second;
 }
 
 }  // namespace vorel

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <mutex>
 
 #include "core/skf_dll/skf_functions.h"
 #include "skf.h"
@@ -24,16 +26,30 @@ struct SkfDll {
 #undef VOREL_SKF_ENTRY
 };
 
-using SkfSet = std::map<int32_t, SkfDll*>;
-
 SkfDll* new_skf_dll(const char* name, int32_t type, const char* dllPath);
 void free_skf_dll(SkfDll* dll);
+
+// Device type to vendor module. A module stays loaded while a call holds it, so a reload
+// never pulls a library out from under a running call.
+class SkfSet {
+ public:
+  std::shared_ptr<const SkfDll> find(int32_t type) const;
+  std::size_t size() const;
+
+ private:
+  friend void init_skf_set(SkfSet& set);
+  friend void free_skf_set(SkfSet& set);
+  mutable std::mutex mutex_;
+  std::map<int32_t, std::shared_ptr<const SkfDll>> modules_;
+};
+
+// Frees every module, then loads those of the current configuration.
 void init_skf_set(SkfSet& set);
 void free_skf_set(SkfSet& set);
 
 // The process-wide map.
 SkfSet& GetSkfSet();
-// The module serving a device type, or nullptr: the route test.
-SkfDll* find_skf_dll(int32_t type);
+// The module serving a device type, or null: the route test. Hold it for the whole call.
+inline std::shared_ptr<const SkfDll> vendor_module(int32_t type) { return GetSkfSet().find(type); }
 
 }  // namespace vorel

@@ -1,6 +1,5 @@
 #include <dlfcn.h>
 #include <errno.h>
-#include <pthread.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -78,35 +77,6 @@ LocalTime local_time() {
 long process_id() { return static_cast<long>(getpid()); }
 
 long thread_id() { return static_cast<long>(syscall(SYS_gettid)); }
-
-struct RecursiveLock {
-  pthread_mutex_t mutex;
-};
-
-RecursiveLock* lock_new() {
-  auto* lock = static_cast<RecursiveLock*>(std::calloc(1, sizeof(RecursiveLock)));
-  if (!lock) return nullptr;
-  pthread_mutexattr_t attr;
-  pthread_mutexattr_init(&attr);
-  pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
-  int rc = pthread_mutex_init(&lock->mutex, &attr);
-  pthread_mutexattr_destroy(&attr);
-  if (rc != 0) {
-    std::free(lock);
-    return nullptr;
-  }
-  return lock;
-}
-
-bool lock_enter(RecursiveLock* lock) { return lock && pthread_mutex_lock(&lock->mutex) == 0; }
-
-bool lock_leave(RecursiveLock* lock) { return lock && pthread_mutex_unlock(&lock->mutex) == 0; }
-
-void lock_free(RecursiveLock* lock) {
-  if (!lock) return;
-  pthread_mutex_destroy(&lock->mutex);
-  std::free(lock);
-}
 
 const char* env_get(const char* name) { return std::getenv(name); }
 

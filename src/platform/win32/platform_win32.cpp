@@ -41,35 +41,6 @@ long process_id() { return static_cast<long>(GetCurrentProcessId()); }
 
 long thread_id() { return static_cast<long>(GetCurrentThreadId()); }
 
-struct RecursiveLock {
-  CRITICAL_SECTION section;
-};
-
-RecursiveLock* lock_new() {
-  auto* lock = static_cast<RecursiveLock*>(std::calloc(1, sizeof(RecursiveLock)));
-  if (!lock) return nullptr;
-  InitializeCriticalSection(&lock->section);
-  return lock;
-}
-
-bool lock_enter(RecursiveLock* lock) {
-  if (!lock) return false;
-  EnterCriticalSection(&lock->section);
-  return true;
-}
-
-bool lock_leave(RecursiveLock* lock) {
-  if (!lock) return false;
-  LeaveCriticalSection(&lock->section);
-  return true;
-}
-
-void lock_free(RecursiveLock* lock) {
-  if (!lock) return;
-  DeleteCriticalSection(&lock->section);
-  std::free(lock);
-}
-
 const char* env_get(const char* name) { return std::getenv(name); }
 
 }  // namespace vorel::platform

@@ -1,0 +1,103 @@
+// Device exports against the crypto-library calls they wrap, at the default log level:
+// SKF_GenRandom (32 bytes), SKF_ConnectDev + SKF_DisConnectDev of a token against
+// VorelPKICryptoFindDevice + VorelPKICryptoFreeDevice, and SKF_EnumDev with 1 and 32 tokens of
+// one type, each holding 1 MiB of data objects (listing must not read them).
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "core/frame.h"
+#include "core/lifecycle.h"
+#include "ratio.h"
+
+namespace {
+
+DEVHANDLE g_device = nullptr;
+
+void Raw_GenRandom(benchmark::State& state) {
+  unsigned char out[32];
+  auto device = vorel::find_device(g_device);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(VorelPKICryptoGenerateRandom(device->cryptoDevice.get(), sizeof out, out));
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(Raw_GenRandom);
+
+void Ours_GenRandom(benchmark::State& state) {
+  BYTE out[32];
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(SKF_GenRandom(g_device, out, sizeof out));
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(Ours_GenRandom);
+
+void Raw_ConnectDisconnect(benchmark::State& state) {
+  for (auto _ : state) {
+    VOREL_DEVICE* d = nullptr;
+    if (VorelPKICryptoFindDevice(3, "T00", VOREL_ENUM_TOKENS, &d) != VOREL_OK) state.SkipWithError("find");
+    VorelPKICryptoFreeDevice(d);
+  }
+}
+BENCHMARK(Raw_ConnectDisconnect);
+
+void Ours_ConnectDisconnect(benchmark::State& state) {
+  char name[] = "3#T00";
+  for (auto _ : state) {
+    DEVHANDLE h = nullptr;
+    if (SKF_ConnectDev(name, &h) != SAR_OK || SKF_DisConnectDev(h) != SAR_OK) state.SkipWithError("connect");
+  }
+}
+BENCHMARK(Ours_ConnectDisconnect);
+
+// Type 3 holds one token, type 4 holds 32.
+void EnumDev(benchmark::State& state) {
+  std::string config = R"({"devices":[{"type":)" + std::to_string(state.range(0)) + "}]}";
+  SKF_LoadConfigurationWithContent(&config[0]);
+  char names[4096];
+  for (auto _ : state) {
+    ULONG size = sizeof names;
+    if (SKF_EnumDev(TRUE, names, &size) != SAR_OK) state.SkipWithError("enum");
+  }
+  state.counters["tokens"] = state.range(0) == 3 ? 1 : 32;
+}
+BENCHMARK(EnumDev)->Arg(3)->Arg(4);
+
+void make_token(int type, const std::string& serial) {
+  VOREL_DEVICE* d = nullptr;
+  if (VorelPKICryptoCreateToken(type, serial.c_str(), "bench", "12345678", "12345678", 1000, &d) != VOREL_OK) {
+    std::fprintf(stderr, "cannot make token %d-%s\n", type, serial.c_str());
+    std::exit(1);
+  }
+  unsigned retries = 0;
+  VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, "12345678", &retries);
+  const unsigned char access[4] = {0x04, 0x03, 0x07, 0x03};
+  for (unsigned id = 1; id <= 16; ++id) VorelPKICryptoCreateData(d, id, access, 64 * 1024);
+  VorelPKICryptoFreeDevice(d);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  char dir[] = "/tmp/vorel-bench-XXXXXX";
+  if (!mkdtemp(dir)) return 1;
+  setenv("VOREL_TOKEN_DIR", dir, 1);
+  make_token(3, "T00");
+  for (int i = 0; i < 32; ++i) make_token(4, "T" + std::to_string(100 + i));
+  // The default level: the variable unset, so DEBUG tracing is off but checked on every call.
+  unsetenv("VOREL_SKF_LOG_LEVEL");
+  vorel::library_attach();
+  char config[] = R"({"devices":[{"type":3}]})";
+  SKF_LoadConfigurationWithContent(config);
+  char name[] = "3#T00";
+  if (SKF_ConnectDev(name, &g_device) != SAR_OK) return 1;
+  benchmark::Initialize(&argc, argv);
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  SKF_DisConnectDev(g_device);
+  vorel::library_detach();
+  std::system((std::string("rm -rf ") + dir).c_str());
+  return 0;
+}

@@ -1,0 +1,32 @@
+// Owners for vorelcrypto objects in C++: one deleter line per type, one UniquePtr for all.
+#pragma once
+
+#include <memory>
+
+#include "vorel/vorel_crypto.h"
+
+namespace vorel {
+
+template <class T>
+struct Free;
+
+#define VOREL_MAKE_FREE(T, fn)             \
+  template <>                              \
+  struct Free<T> {                         \
+    void operator()(T* p) const { fn(p); } \
+  };
+VOREL_MAKE_FREE(VOREL_DEVICE, VorelPKICryptoFreeDevice)
+VOREL_MAKE_FREE(VOREL_DEVICE_LIST, VorelPKICryptoFreeDevices)
+VOREL_MAKE_FREE(VOREL_KEYPAIR, VorelPKICryptoFreeKeypair)
+VOREL_MAKE_FREE(VOREL_PUBLICKEY, VorelPKICryptoFreePublicKey)
+VOREL_MAKE_FREE(VOREL_CERT, VorelPKICertFreeCert)
+VOREL_MAKE_FREE(VOREL_HASH, VorelPKICryptoFreeHash)
+VOREL_MAKE_FREE(VOREL_CIPHER, VorelPKICryptoFreeCipher)
+VOREL_MAKE_FREE(char, VorelPKICryptoFreeMemory)
+VOREL_MAKE_FREE(unsigned char, VorelPKICryptoFreeMemory)
+#undef VOREL_MAKE_FREE
+
+template <class T>
+using UniquePtr = std::unique_ptr<T, Free<T>>;
+
+}  // namespace vorel

@@ -1,0 +1,50 @@
+// Device names "<type>#<own name>" and the name lists of SKF_EnumDev.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "core/config.h"
+#include "skf.h"
+
+namespace vorel {
+
+// A name list built in a buffer of fixed capacity: names, each with its zero byte, then one
+// more zero byte. A name that does not fit is left out with a warning, and so is every later
+// one, so the list always ends on a whole name.
+class NameList {
+ public:
+  NameList(const char* owner, std::size_t capacity) : owner_(owner), capacity_(capacity) {}
+  // Appends "<type>#<own>"; false when the list is full.
+  bool add(int32_t type, const char* own, std::size_t ownLen);
+  // Appends the names of another list, as far as they fit.
+  void append(const NameList& other);
+  bool empty() const { return text_.empty(); }
+  // The list with its final zero byte; length 0 when it holds no name.
+  const char* data() const { return text_.c_str(); }
+  std::size_t length() const { return text_.empty() ? 0 : text_.size() + 1; }
+
+ private:
+  bool add_name(const std::string& name);
+  const char* owner_;
+  std::size_t capacity_;
+  bool full_ = false;
+  std::string text_;  // names with their zero bytes; std::string adds the final one
+};
+
+// Splits a device name into its type (stored whatever the outcome) and own name. False, with
+// "error type" or "device name format error" logged, when the name has another form.
+bool is_valid_name(const char* name, int32_t* type, std::string* ownName);
+
+// The names of the present devices of one configured vendor type, through its module (at most
+// 1024 bytes); nothing, logged, when the module, the USB token or the listing is missing.
+void GetDeviceNameFromSKF(const DeviceConfig& device, NameList& names);
+// The names of the crypto library's devices of a type (at most 1024 bytes).
+void GetDeviceNameFromVorelCrypto(int32_t type, NameList& names);
+
+// SKF_EnumDev's two lists, with the size contract of output buffers. The configured-device list
+// accepts a buffer one byte shorter than its size; it then lacks the list's final zero byte.
+ULONG GetDeviceNamesFromKey(LPSTR szNameList, ULONG* pulSize);
+ULONG GetDeviceNamesFromConfig(LPSTR szNameList, ULONG* pulSize);
+
+}  // namespace vorel

@@ -1,0 +1,293 @@
+// Devices of the crypto library: names and enumeration, connection, state, information, label,
+// the device lock, device authentication and handle checks, through the exports.
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "device_suite.h"
+#include "vorel/vorel_crypto.h"
+
+namespace device {
+namespace {
+
+using testsupport::count;
+
+class Devices : public DeviceTest {};
+
+TEST_F(Devices, EnumerationListsConfiguredTypesOrTheirTokens) {
+  configure(R"({"devices":[{"type":2},{"type":5}]})");
+  make_token(5, "B");
+  make_token(5, "A");
+  make_token(2, "Z");
+  make_token(4, "NOTCONFIGURED");
+  EXPECT_EQ(enumerate(false), (std::vector<std::string>{"2#?", "5#?"}));
+  EXPECT_EQ(enumerate(true), (std::vector<std::string>{"2#Z", "5#A", "5#B"}));
+  configure("{}");
+  for (BOOL present : {TRUE, FALSE}) {
+    ULONG size = 99;
+    EXPECT_EQ(SKF_EnumDev(present, nullptr, &size), kOk);
+    EXPECT_EQ(size, 0u);
+  }
+}
+
+TEST_F(Devices, EnumerationSizeContracts) {
+  configure(R"({"devices":[{"type":2},{"type":5}]})");
+  make_token(2, "A");
+  make_token(2, "B");
+  // present: "2#A\0" "2#B\0" "\0" = 9 bytes, exactly; configured: "2#?\0" "5#?\0" "\0" = 9, one short allowed.
+  const struct {
+    BOOL present;
+    ULONG room, rc, written;
+  } cases[] = {
+      {TRUE, 9, SAR_OK, 9},  {TRUE, 8, SAR_BUFFER_TOO_SMALL, 0},  {FALSE, 9, SAR_OK, 9},
+      {FALSE, 8, SAR_OK, 8}, {FALSE, 7, SAR_BUFFER_TOO_SMALL, 0},
+  };
+  for (const auto& c : cases) {
+    ULONG size = 0;
+    ASSERT_EQ(SKF_EnumDev(c.present, nullptr, &size), kOk);
+    EXPECT_EQ(size, 9u);
+    char list[16];
+    std::memset(list, '#', sizeof list);
+    size = c.room;
+    auto log = log_file();
+    EXPECT_EQ(SKF_EnumDev(c.present, list, &size), c.rc) << c.present << "/" << c.room;
+    EXPECT_EQ(size, 9u);
+    EXPECT_EQ(list[c.written], '#') << "wrote past the caller's " << c.room << " bytes";
+    if (c.rc != SAR_OK) {
+      EXPECT_NE(log.since().find("SKF_EnumDev return: 0x0a000020"), std::string::npos);
+    }
+  }
+}
+
+// Name lists stop at the last whole name that fits their buffer, with a warning.
+TEST_F(Devices, NameListsThatWouldOverflowStopAtTheLastWholeName) {
+  auto serial = [](int i) {
+    std::string s = "S" + std::to_string(100 + i);
+    return s + std::string(31 - s.size(), 'x');  // the longest serial: names of 33 bytes
+  };
+  for (int i = 0; i < 31; ++i) make_token(3, serial(i));
+  auto log = log_file();
+  std::vector<std::string> names = enumerate(true);
+  ASSERT_EQ(names.size(), 30u);  // 30 x 34 bytes + 1 fit in 1024, a 31st does not
+  EXPECT_EQ(names.back(), "3#" + serial(29));
+  EXPECT_EQ(
+      count(log.since(), "[WARN] [GetDeviceNameFromVorelCrypto] name list of 1024 bytes is full: 3#" + serial(30)), 1u);
+
+  std::string many = R"({"devices":[)";
+  for (int i = 0; i < 400; ++i)
+    many += (i ? "," : "") + std::string(R"({"type":)") + std::to_string(1000000000 + i) + "}";
+  configure(many + "]}");
+  ULONG size = 0;
+  ASSERT_EQ(SKF_EnumDev(FALSE, nullptr, &size), kOk);
+  EXPECT_EQ(size, 315u * 13 + 1);  // "1000000000#?\0" is 13 bytes; 4096 bytes hold 315 and the final zero
+}
+
+TEST_F(Devices, ConnectFindsTheNamedOrFirstTokenAndCachesItsInformation) {
+  make_token(3, "B22", "second");
+  make_token(3, "A11", "first");
+  DEVINFO info;
+  ASSERT_EQ(SKF_GetDevInfo(connect("3#?"), &info), kOk);
+  EXPECT_STREQ(info.SerialNumber, "A11");
+  ASSERT_EQ(SKF_GetDevInfo(connect("3#B22"), &info), kOk);
+  EXPECT_STREQ(info.SerialNumber, "B22");
+  EXPECT_STREQ(info.Label, "second");
+  EXPECT_EQ(info.Version.major, 1);
+  EXPECT_EQ(info.Version.minor, 0);
+  EXPECT_STREQ(info.Manufacturer, "");
+  // SMS4 always; AES-128, 3DES and DES both ways; no SM1 or SSF33 in software.
+  EXPECT_EQ(info.AlgSymCap, 0x403u | 0x4001 | 0x4002 | 0x2001 | 0x2002 | 0x8001 | 0x8002);
+  EXPECT_EQ(info.AlgAsymCap, static_cast<ULONG>(SGD_RSA | SGD_SM2_1 | SGD_SM2_3));
+  EXPECT_EQ(info.AlgHashCap, 7u);
+  EXPECT_EQ(info.DevAuthAlgId, 0u);
+}
+
+TEST_F(Devices, ConnectFailures) {
+  const struct {
+    const char* name;
+    ULONG rc;
+    const char* logged;
+  } cases[] = {
+      {"3#?", SAR_DEVICE_REMOVED, "SKF_ConnectDev return: 0x0a000023"},
+      {"3#NOSUCH", SAR_FAIL, "VorelPKICryptoFindDevice fail, error : -7"},
+      {"0#A", SAR_INVALIDPARAMERR, "[ERROR] [is_valid_name] error type"},
+      {"3-A", SAR_INVALIDPARAMERR, "[ERROR] [is_valid_name] device name format error"},
+  };
+  for (const auto& c : cases) {
+    std::string name = c.name;
+    DEVHANDLE h = reinterpret_cast<DEVHANDLE>(0x1);
+    auto log = log_file();
+    EXPECT_EQ(SKF_ConnectDev(&name[0], &h), c.rc) << c.name;
+    EXPECT_EQ(h, reinterpret_cast<DEVHANDLE>(0x1)) << c.name;
+    EXPECT_NE(log.since().find(c.logged), std::string::npos) << c.name;
+  }
+}
+
+TEST_F(Devices, DeviceState) {
+  make_token(3, "A11");
+  const struct {
+    const char* name;
+    ULONG rc, state;
+  } cases[] = {
+      {"3#A11", SAR_OK, DEV_PRESENT_STATE},
+      {"3#?", SAR_OK, DEV_PRESENT_STATE},
+      {"3#B22", SAR_OK, DEV_ABSENT_STATE},
+      {"4#?", SAR_OK, DEV_ABSENT_STATE},
+      {"x#A11", SAR_INVALIDPARAMERR, DEV_UNKNOW_STATE},
+  };
+  for (const auto& c : cases) {
+    std::string name = c.name;
+    ULONG state = 77;
+    EXPECT_EQ(SKF_GetDevState(&name[0], &state), c.rc) << c.name;
+    EXPECT_EQ(state, c.state) << c.name;
+  }
+}
+
+TEST_F(Devices, LabelIsCachedOnTheHandleOnly) {
+  make_token(3, "A11", "own label");
+  DEVHANDLE h = connect("3#A11");
+  char label[] = "changed";
+  ASSERT_EQ(SKF_SetLabel(h, label), kOk);
+  DEVINFO info;
+  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
+  EXPECT_STREQ(info.Label, "changed");
+  ASSERT_EQ(SKF_GetDevInfo(connect("3#A11"), &info), kOk);
+  EXPECT_STREQ(info.Label, "own label");
+  std::string tooLong(32, 'L');
+  EXPECT_EQ(SKF_SetLabel(h, &tooLong[0]), static_cast<ULONG>(SAR_NAMELENERR));
+  tooLong.pop_back();
+  EXPECT_EQ(SKF_SetLabel(h, &tooLong[0]), kOk);
+}
+
+TEST_F(Devices, TheLockIsRecursiveForItsThreadAndExcludesOthers) {
+  make_token(3, "A11");
+  DEVHANDLE h = connect("3#A11");
+  ASSERT_EQ(SKF_LockDev(h, 0), kOk);
+  ASSERT_EQ(SKF_LockDev(h, 0), kOk);
+  std::atomic<int> stage{0};
+  std::thread other([&] {
+    EXPECT_EQ(SKF_UnlockDev(h), static_cast<ULONG>(SAR_FAIL));  // not its lock
+    stage = 1;
+    EXPECT_EQ(SKF_LockDev(h, 0), kOk);
+    stage = 2;
+    EXPECT_EQ(SKF_UnlockDev(h), kOk);
+  });
+  while (stage < 1) std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(stage, 1);
+  ASSERT_EQ(SKF_UnlockDev(h), kOk);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(stage, 1);  // still held once
+  ASSERT_EQ(SKF_UnlockDev(h), kOk);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (stage < 2 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_EQ(stage, 2);
+  other.join();
+}
+
+TEST_F(Devices, WhatTheCryptoLibraryCannotDo) {
+  make_token(3, "A11");
+  DEVHANDLE h = connect("3#A11");
+  BYTE data[16] = {1};
+  ULONG len = sizeof data;
+  auto log = log_file();
+  EXPECT_EQ(SKF_Transmit(h, data, 4, data, &len), static_cast<ULONG>(SAR_NOT_EMULATED));
+  EXPECT_EQ(SKF_DevAuth(h, data, 16), static_cast<ULONG>(SAR_NOT_EMULATED));
+  EXPECT_EQ(SKF_ChangeDevAuthKey(h, data, 16), static_cast<ULONG>(SAR_NOT_EMULATED));
+  EXPECT_EQ(SKF_DevAuth(h, nullptr, 16), static_cast<ULONG>(SAR_INVALIDPARAMERR));
+  std::string text = log.since();
+  EXPECT_NE(text.find("SKF_Transmit return: 0x0a000034"), std::string::npos);
+  EXPECT_NE(text.find("SKF_DevAuth return: 0x0a000034"), std::string::npos);
+}
+
+// SM4-ECB of one block under key, by the crypto library (checked against the SM4 vectors there).
+std::vector<BYTE> sm4(const BYTE key[16], const BYTE block[16]) {
+  VOREL_DEVICE* pseudo = nullptr;
+  VorelPKICryptoGetPseudoDevice(&pseudo);
+  VOREL_CIPHER* c = VorelPKICryptoNewCipher(pseudo, 1, VOREL_CIPHER_SM4_ECB, key, 16, nullptr);
+  unsigned char* out = nullptr;
+  std::size_t n = 0;
+  EXPECT_EQ(VorelPKICryptoCipherUpdate(c, block, 16, &out, &n), VOREL_OK);
+  std::vector<BYTE> result(out, out + n);
+  VorelPKICryptoFreeMemory(out);
+  VorelPKICryptoFreeCipher(c);
+  VorelPKICryptoFreeDevice(pseudo);
+  return result;
+}
+
+TEST_F(Devices, AConfiguredKeyAuthenticatesTheDeviceOverItsLastRandom) {
+  const BYTE key[16] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54, 0x32, 0x10};
+  configure(R"({"devices":[{"type":3,"devAuthKey":"0123456789ABCDEFFEDCBA9876543210"}]})");
+  make_token(3, "A11");
+  DEVHANDLE h = connect("3#A11");
+  DEVINFO info;
+  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
+  EXPECT_EQ(info.DevAuthAlgId, static_cast<ULONG>(SGD_SMS4_ECB));
+
+  struct Step {
+    ULONG drawn;  // random bytes drawn first (0: none)
+    bool right;   // answer with the right cryptogram
+    ULONG rc;
+    const char* logged;
+  };
+  const Step steps[] = {
+      {16, true, SAR_OK, nullptr},
+      {0, true, SAR_FAIL, "no random bytes were drawn"},  // the last challenge was used
+      {8, true, SAR_OK, nullptr},                         // 8 bytes, zero-padded to a block
+      {32, true, SAR_OK, nullptr},                        // the first 16 of them
+      {16, false, SAR_FAIL, "is not the encrypted random"},
+      {0, true, SAR_FAIL, "no random bytes were drawn"},  // a wrong answer uses it up too
+  };
+  BYTE block[16] = {};
+  for (const Step& s : steps) {
+    if (s.drawn) {
+      BYTE random[32] = {};
+      ASSERT_EQ(SKF_GenRandom(h, random, s.drawn), kOk);
+      std::memset(block, 0, sizeof block);
+      std::memcpy(block, random, s.drawn < 16 ? s.drawn : 16);
+    }
+    std::vector<BYTE> answer = sm4(key, block);
+    if (!s.right) answer[5] ^= 1;
+    auto log = log_file();
+    EXPECT_EQ(SKF_DevAuth(h, answer.data(), 16), s.rc) << s.drawn;
+    if (s.logged) {
+      EXPECT_NE(log.since().find(s.logged), std::string::npos) << s.logged;
+    }
+  }
+  // Keyless types keep the standard answer.
+  EXPECT_EQ(SKF_ChangeDevAuthKey(h, block, 16), static_cast<ULONG>(SAR_NOT_EMULATED));
+}
+
+// Every device export refuses handles that are not live device records, and never crashes
+// (handles of other kinds: tests/unit/test_frame.cpp).
+TEST_F(Devices, DisconnectedUnknownAndWrongKindHandlesAreRefused) {
+  make_token(3, "A11");
+  std::string name = "3#A11";
+  DEVHANDLE closed = nullptr;
+  ASSERT_EQ(SKF_ConnectDev(&name[0], &closed), kOk);
+  ASSERT_EQ(SKF_DisConnectDev(closed), kOk);
+  static int notARecord[256];
+  DEVHANDLE bad[] = {closed, notARecord};
+  BYTE buf[32] = {};
+  ULONG len = sizeof buf;
+  DEVINFO info;
+  char label[] = "x";
+  const std::function<ULONG(DEVHANDLE)> exports[] = {
+      [&](DEVHANDLE h) { return SKF_DisConnectDev(h); },
+      [&](DEVHANDLE h) { return SKF_GetDevInfo(h, &info); },
+      [&](DEVHANDLE h) { return SKF_SetLabel(h, label); },
+      [&](DEVHANDLE h) { return SKF_LockDev(h, 0); },
+      [&](DEVHANDLE h) { return SKF_UnlockDev(h); },
+      [&](DEVHANDLE h) { return SKF_Transmit(h, buf, 4, buf, &len); },
+      [&](DEVHANDLE h) { return SKF_DevAuth(h, buf, 16); },
+      [&](DEVHANDLE h) { return SKF_ChangeDevAuthKey(h, buf, 16); },
+      [&](DEVHANDLE h) { return SKF_GenRandom(h, buf, 16); },
+  };
+  for (DEVHANDLE h : bad)
+    for (std::size_t i = 0; i < sizeof exports / sizeof exports[0]; ++i)
+      EXPECT_EQ(exports[i](h), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << "export " << i;
+}
+
+}  // namespace
+}  // namespace device

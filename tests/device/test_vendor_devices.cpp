@@ -1,0 +1,207 @@
+// Devices of a vendor module: what reaches the vendor, what comes back, what is missing.
+#include <cstring>
+#include <functional>
+
+#include "device_suite.h"
+
+namespace device {
+namespace {
+
+using testsupport::arg;
+
+class VendorDevices : public DeviceTest {
+ protected:
+  void SetUp() override {
+    DeviceTest::SetUp();
+    with_fixture_as_7();
+    vendor_ = std::make_unique<testsupport::Recorder>(testsupport::module_path(VENDOR_FIXTURE));
+  }
+  void with_fixture_as_7() { configure(R"({"devices":[)" + vendor_entry(7) + "," + empty_vendor_entry(8) + "]}"); }
+  // The handle the vendor gave out for our device: the one its SKF_GetDevInfo received.
+  uint64_t vendor_handle() { return vendor_->last("SKF_GetDevInfo").at(0); }
+
+  std::unique_ptr<testsupport::Recorder> vendor_;
+};
+
+TEST_F(VendorDevices, EveryDeviceExportReachesTheVendorWithItsOwnHandle) {
+  DEVHANDLE h = connect("7#FIXTURE0");
+  ASSERT_NE(h, nullptr);
+  EXPECT_EQ(vendor_->text("SKF_ConnectDev"), "FIXTURE0");
+  uint64_t vh = vendor_handle();
+  EXPECT_NE(vh, arg(h));
+  DEVINFO info;
+  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
+  EXPECT_STREQ(info.Label, "FIXTURE LABEL");
+  EXPECT_EQ(vendor_->calls("SKF_GetDevInfo"), 1);  // answered from the connection's copy
+
+  BYTE buf[32] = {};
+  ULONG len = sizeof buf, state = 0;
+  char label[] = "new label", other[] = "7#OTHER";
+  const struct {
+    const char* name;
+    std::function<ULONG()> call;
+    std::vector<uint64_t> args;  // empty: checked by text
+    const char* text;
+  } cases[] = {
+      {"SKF_GenRandom", [&] { return SKF_GenRandom(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
+      {"SKF_SetLabel", [&] { return SKF_SetLabel(h, label); }, {vh, arg(label)}, "new label"},
+      {"SKF_LockDev", [&] { return SKF_LockDev(h, 1234); }, {vh, 1234}, nullptr},
+      {"SKF_UnlockDev", [&] { return SKF_UnlockDev(h); }, {vh}, nullptr},
+      {"SKF_Transmit",
+       [&] { return SKF_Transmit(h, buf, 4, buf + 8, &len); },
+       {vh, arg(buf), 4, arg(buf + 8), arg(&len)},
+       nullptr},
+      {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
+      {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
+      {"SKF_GetDevState", [&] { return SKF_GetDevState(other, &state); }, {}, "OTHER"},  // the own name only
+  };
+  ULONG code = 0x0B000100;
+  for (const auto& c : cases) {
+    ASSERT_EQ(c.call(), kOk) << c.name;
+    if (!c.args.empty()) {
+      EXPECT_EQ(vendor_->last(c.name), c.args) << c.name;
+    }
+    if (c.text) {
+      EXPECT_EQ(vendor_->text(c.name), c.text) << c.name;
+    }
+    vendor_->answer(c.name, ++code);
+    auto log = log_file();
+    EXPECT_EQ(c.call(), code) << c.name;
+    char expected[96];
+    std::snprintf(expected, sizeof expected, "[ERROR] [%s] %s fail, error : 0x%08x", c.name, c.name, code);
+    EXPECT_NE(log.since().find(expected), std::string::npos) << expected;
+    vendor_->answer(c.name, SAR_OK);
+  }
+
+  // A refused disconnect keeps the handle; the next one closes it on both sides.
+  vendor_->answer("SKF_DisConnectDev", 0x0B000200);
+  EXPECT_EQ(SKF_DisConnectDev(h), 0x0B000200u);
+  EXPECT_EQ(SKF_GetDevInfo(h, &info), kOk);
+  vendor_->answer("SKF_DisConnectDev", SAR_OK);
+  EXPECT_EQ(SKF_DisConnectDev(h), kOk);
+  EXPECT_EQ(vendor_->last("SKF_DisConnectDev"), std::vector<uint64_t>{vh});
+  EXPECT_EQ(SKF_GetDevInfo(h, &info), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  connected_.clear();
+}
+
+TEST_F(VendorDevices, ConnectingTheFirstDeviceAsksTheVendorsList) {
+  vendor_->names(std::string("FIRST\0SECOND", 12));
+  connect("7#?");
+  EXPECT_EQ(vendor_->text("SKF_ConnectDev"), "FIRST");
+
+  char first[] = "7#?";
+  DEVHANDLE h = nullptr;
+  vendor_->reset();
+  vendor_->names("");
+  EXPECT_EQ(SKF_ConnectDev(first, &h), static_cast<ULONG>(SAR_DEVICE_REMOVED));
+  EXPECT_EQ(vendor_->calls("SKF_ConnectDev"), 0);
+  vendor_->answer("SKF_EnumDev", 0x0B000300);
+  EXPECT_EQ(SKF_ConnectDev(first, &h), 0x0B000300u);
+  EXPECT_EQ(h, nullptr);
+}
+
+TEST_F(VendorDevices, AConnectionThatCannotBeCompletedIsClosedAtTheVendor) {
+  vendor_->answer("SKF_GetDevInfo", 0x0B000400);
+  char name[] = "7#FIXTURE0";
+  DEVHANDLE h = nullptr;
+  EXPECT_EQ(SKF_ConnectDev(name, &h), 0x0B000400u);
+  EXPECT_EQ(h, nullptr);
+  EXPECT_EQ(vendor_->calls("SKF_DisConnectDev"), 1);
+  EXPECT_EQ(vendor_->last("SKF_DisConnectDev"), std::vector<uint64_t>{vendor_->last("SKF_GetDevInfo").at(0)});
+}
+
+TEST_F(VendorDevices, FunctionsTheModuleLacksAreNotSupported) {
+  char name[] = "8#X";
+  DEVHANDLE h = nullptr;
+  auto log = log_file();
+  EXPECT_EQ(SKF_ConnectDev(name, &h), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
+  EXPECT_NE(log.since().find("[ERROR] [SKF_ConnectDev] SKF_ConnectDev is not support"), std::string::npos);
+
+  // A device connected through the recording module, whose type now names the empty one.
+  h = connect("7#FIXTURE0");
+  configure(R"({"devices":[)" + empty_vendor_entry(7) + "]}");
+  BYTE buf[32] = {};
+  ULONG len = sizeof buf, state = 0;
+  char label[] = "x", own[] = "7#A";
+  const struct {
+    const char* name;
+    std::function<ULONG()> call;
+  } cases[] = {
+      {"SKF_GenRandom", [&] { return SKF_GenRandom(h, buf, 16); }},
+      {"SKF_SetLabel", [&] { return SKF_SetLabel(h, label); }},
+      {"SKF_LockDev", [&] { return SKF_LockDev(h, 0); }},
+      {"SKF_UnlockDev", [&] { return SKF_UnlockDev(h); }},
+      {"SKF_Transmit", [&] { return SKF_Transmit(h, buf, 4, buf, &len); }},
+      {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }},
+      {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }},
+      {"SKF_GetDevState", [&] { return SKF_GetDevState(own, &state); }},
+      {"SKF_DisConnectDev", [&] { return SKF_DisConnectDev(h); }},
+  };
+  for (const auto& c : cases) {
+    auto caseLog = log_file();
+    EXPECT_EQ(c.call(), static_cast<ULONG>(SAR_NOTSUPPORTYETERR)) << c.name;
+    EXPECT_NE(caseLog.since().find(std::string(c.name) + " is not support"), std::string::npos) << c.name;
+  }
+
+  // Without any module for its type the device cannot be disconnected at its vendor.
+  configure(R"({"devices":[{"type":3}]})");
+  auto unknownLog = log_file();
+  EXPECT_EQ(SKF_DisConnectDev(h), static_cast<ULONG>(SAR_UNKNOWNERR));
+  EXPECT_NE(unknownLog.since().find("[ERROR] [SKF_DisConnectDev] device type : 7 is not support"), std::string::npos);
+  with_fixture_as_7();
+  EXPECT_EQ(SKF_DisConnectDev(h), kOk);
+  connected_.clear();
+}
+
+#ifndef _WIN32
+// USB presence is read from a sysfs tree of our own.
+class VendorPresence : public VendorDevices {
+ protected:
+  void SetUp() override {
+    VendorDevices::SetUp();
+    std::string root = testsupport::make_temp_dir("sysfs");
+    std::string dev = root + "bus/usb/devices/1-2";
+    ASSERT_EQ(std::system(("mkdir -p '" + dev + "'").c_str()), 0);
+    testsupport::write_file(dev + "/idVendor", "1234\n");
+    testsupport::write_file(dev + "/idProduct", "5678\n");
+    sysfs_ = std::make_unique<testsupport::ScopedEnv>("VOREL_SKF_SYSFS", root.c_str());
+  }
+  std::unique_ptr<testsupport::ScopedEnv> sysfs_;
+};
+
+TEST_F(VendorPresence, APluggedTokenIsListedByItsVendorsNames) {
+  configure(R"({"devices":[{"type":3},)" + vendor_entry(7, R"(["vid_1234&PID_5678"])") + "]}");
+  make_token(3, "A11");
+  vendor_->names(std::string("ONE\0TWO", 7));
+  EXPECT_EQ(enumerate(true), (std::vector<std::string>{"3#A11", "7#ONE", "7#TWO"}));
+  EXPECT_EQ(vendor_->last("SKF_EnumDev").at(0), 1u);
+
+  const struct {
+    std::string pidvids;
+    ULONG vendorAnswer;
+    const char* logged;
+  } absent[] = {
+      {R"(["VID_1234&PID_9999"])", SAR_OK, "[ERROR] [GetDeviceNameFromSKF] Not find usb key by pidvids"},
+      {"[]", SAR_OK, "Not find usb key by pidvids"},
+      {R"(["VID_1234"])", 0x0B000001, "[ERROR] [GetDeviceNameFromSKF] SKF_EnumDev fail, error : 184549377"},
+  };
+  for (const auto& c : absent) {
+    configure(R"({"devices":[{"type":3},)" + vendor_entry(7, c.pidvids) + "]}");
+    vendor_->answer("SKF_EnumDev", c.vendorAnswer);
+    auto log = log_file();
+    EXPECT_EQ(enumerate(true), std::vector<std::string>{"3#A11"}) << c.pidvids;
+    EXPECT_NE(log.since().find(c.logged), std::string::npos) << c.logged;
+  }
+}
+#else
+TEST_F(VendorDevices, WithoutAnyUsbDeviceTheVendorTypeIsNotListed) {
+  configure(R"({"devices":[{"type":3},)" + vendor_entry(7, R"(["VID_FFFF&PID_FFFE"])") + "]}");
+  make_token(3, "A11");
+  auto log = log_file();
+  EXPECT_EQ(enumerate(true), std::vector<std::string>{"3#A11"});
+  EXPECT_NE(log.since().find("Not find usb key by pidvids"), std::string::npos);
+}
+#endif
+
+}  // namespace
+}  // namespace device

@@ -1,0 +1,44 @@
+#include "recorder.h"
+
+#include <stdexcept>
+
+#include "platform/platform.h"
+
+namespace testsupport {
+
+namespace {
+template <class Fn>
+void bind(void* module, const char* name, Fn& fn) {
+  fn = reinterpret_cast<Fn>(vorel::platform::dso_symbol(module, name));
+  if (!fn) throw std::runtime_error(std::string("recording module lacks ") + name);
+}
+}  // namespace
+
+Recorder::Recorder(const std::string& modulePath) : module_(vorel::platform::dso_open(modulePath.c_str())) {
+  if (!module_) throw std::runtime_error("cannot load " + modulePath);
+  bind(module_, "fixture_reset", reset_);
+  bind(module_, "fixture_answer", answer_);
+  bind(module_, "fixture_names", names_);
+  bind(module_, "fixture_calls", calls_);
+  bind(module_, "fixture_last", last_);
+  bind(module_, "fixture_text", text_);
+  reset_();
+}
+
+Recorder::~Recorder() { vorel::platform::dso_close(module_); }
+
+std::vector<uint64_t> Recorder::last(const char* function) const {
+  uint64_t args[16];
+  int n = last_(function, args, 16);
+  if (n < 0) return {};
+  return std::vector<uint64_t>(args, args + (n < 16 ? n : 16));
+}
+
+}  // namespace testsupport
+
+namespace testsupport {
+std::string Recorder::text(const char* function) const {
+  char buf[1024];
+  return text_(function, buf, sizeof buf) < 0 ? std::string() : std::string(buf);
+}
+}  // namespace testsupport

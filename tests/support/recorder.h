@@ -1,0 +1,46 @@
+// The control side of the recording vendor module (tests/fixtures/vendor_fixture.cpp), reached
+// in the module the library loaded: the same file opened again is the same module.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "skf.h"
+
+namespace testsupport {
+
+class Recorder {
+ public:
+  explicit Recorder(const std::string& modulePath);
+  ~Recorder();
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  // Forgets calls and answers; SKF_EnumDev lists "FIXTURE0" again.
+  void reset() const { reset_(); }
+  // Every later call of function answers code; SAR_OK restores the default behaviour.
+  void answer(const char* function, ULONG code) const { answer_(function, code); }
+  // The names SKF_EnumDev lists.
+  void names(const std::string& multiString) const {
+    names_(multiString.data(), static_cast<ULONG>(multiString.size()));
+  }
+  int calls(const char* function) const { return calls_(function); }
+  // The arguments of the last call, pointers as addresses; empty when never called.
+  std::vector<uint64_t> last(const char* function) const;
+  // The first text argument of the last call.
+  std::string text(const char* function) const;
+
+ private:
+  void* module_;
+  void (*reset_)();
+  void (*answer_)(const char*, ULONG);
+  void (*names_)(const char*, ULONG);
+  int (*calls_)(const char*);
+  int (*last_)(const char*, uint64_t*, int);
+  int (*text_)(const char*, char*, int);
+};
+
+inline uint64_t arg(const void* p) { return reinterpret_cast<uintptr_t>(p); }
+
+}  // namespace testsupport
