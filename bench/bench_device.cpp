@@ -1,9 +1,11 @@
-// Device exports against the crypto-library calls they wrap, at the default log level:
-// SKF_GenRandom (32 bytes), SKF_ConnectDev + SKF_DisConnectDev of a token against
-// VorelPKICryptoFindDevice + VorelPKICryptoFreeDevice, and SKF_EnumDev with 1 and 32 tokens of
-// one type, each holding 1 MiB of data objects (listing must not read them).
+// Device and application exports against the crypto-library calls they wrap, at the default log
+// level: SKF_GenRandom (32 bytes); SKF_ConnectDev + SKF_DisConnectDev of a token against
+// VorelPKICryptoFindDevice + VorelPKICryptoFreeDevice; SKF_EnumDev with 1 and 32 tokens of one
+// type, each holding 1 MiB of data objects (listing must not read them); SKF_OpenApplication +
+// SKF_CloseApplication of 8 full containers against reading their key pairs, labels and
+// certificates; SKF_VerifyPIN with the default key derivation against VorelPKICryptoVerifyPwd.
+// Run from the binaries' folder (it reads testdata/containers).
 #include <benchmark/benchmark.h>
-
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,6 +71,101 @@ void EnumDev(benchmark::State& state) {
 }
 BENCHMARK(EnumDev)->Arg(3)->Arg(4);
 
+DEVHANDLE g_full = nullptr;  // 8 containers of a signing and an encryption pair, each with its certificate
+DEVHANDLE g_pins = nullptr;  // PINs with the default key derivation
+
+void Raw_OpenApplication(benchmark::State& state) {
+  VOREL_DEVICE* device = vorel::find_device(g_full)->cryptoDevice.get();
+  for (auto _ : state) {
+    VOREL_DEVICE* dup = nullptr;
+    VorelPKICryptoDupDevice(device, &dup);
+    int n = VorelPKICryptoGetKeypairCount(dup);
+    for (int i = 0; i < n; ++i) {
+      VOREL_KEYPAIR* kp = VorelPKICryptoGetKeypair(dup, i);
+      benchmark::DoNotOptimize(VorelPKICryptoGetKeypairType(kp) + VorelPKICryptoGetKeypairAlgorithm(kp) +
+                               VorelPKICryptoGetKeypairBits(kp));
+      char* label = nullptr;
+      VorelPKICryptoGetKeypairLabel(kp, &label);
+      VorelPKICryptoFreeMemory(label);
+      VOREL_CERT* cert = nullptr;
+      VorelPKICryptoGetCertificate(kp, 0, &cert);
+      VorelPKICertFreeCert(cert);
+      VorelPKICryptoFreeKeypair(kp);
+    }
+    VorelPKICryptoFreeDevice(dup);
+  }
+}
+BENCHMARK(Raw_OpenApplication);
+
+void Ours_OpenApplication(benchmark::State& state) {
+  char name[] = "VOREL";
+  for (auto _ : state) {
+    HAPPLICATION app = nullptr;
+    if (SKF_OpenApplication(g_full, name, &app) != SAR_OK || SKF_CloseApplication(app) != SAR_OK)
+      state.SkipWithError("open");
+  }
+}
+BENCHMARK(Ours_OpenApplication);
+
+void Raw_VerifyPIN(benchmark::State& state) {
+  VOREL_DEVICE* device = vorel::find_device(g_pins)->cryptoDevice.get();
+  for (auto _ : state) {
+    unsigned retries = 0;
+    if (VorelPKICryptoVerifyPwd(device, VOREL_PWD_USER, "12345678", &retries) != VOREL_OK) state.SkipWithError("pin");
+  }
+}
+BENCHMARK(Raw_VerifyPIN)->Unit(benchmark::kMillisecond);
+
+void Ours_VerifyPIN(benchmark::State& state) {
+  char name[] = "VOREL", pin[] = "12345678";
+  HAPPLICATION app = nullptr;
+  SKF_OpenApplication(g_pins, name, &app);
+  for (auto _ : state) {
+    ULONG retries = 0;
+    if (SKF_VerifyPIN(app, USER_TYPE, pin, &retries) != SAR_OK) state.SkipWithError("pin");
+  }
+  SKF_CloseApplication(app);
+}
+BENCHMARK(Ours_VerifyPIN)->Unit(benchmark::kMillisecond);
+
+std::string read_data(const std::string& name) {
+  std::string path = "testdata/containers/" + name, data;
+  if (FILE* f = std::fopen(path.c_str(), "rb")) {
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) data.append(buf, n);
+    std::fclose(f);
+  }
+  if (data.empty()) {
+    std::fprintf(stderr, "no %s: run from the binaries' folder after building the tests\n", path.c_str());
+    std::exit(1);
+  }
+  return data;
+}
+
+// 8 containers C1..C8, each a signing and an encryption pair of one label, each with a certificate.
+void make_full_token(int type, const std::string& serial) {
+  VOREL_DEVICE* d = nullptr;
+  unsigned retries = 0;
+  if (VorelPKICryptoCreateToken(type, serial.c_str(), "bench", "12345678", "12345678", 1000, &d) != VOREL_OK ||
+      VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, "12345678", &retries) != VOREL_OK)
+    std::exit(1);
+  std::string key = read_data("s1.der"), crt = read_data("s1.crt");
+  VOREL_CERT* cert = VorelPKICertNewCert(reinterpret_cast<const unsigned char*>(crt.data()), crt.size());
+  for (int i = 1; i <= 8; ++i) {
+    for (int type : {VOREL_KEYPAIR_SIGN, VOREL_KEYPAIR_ENCRYPT}) {
+      VOREL_KEYPAIR* kp = nullptr;
+      if (VorelPKICryptoImportKeypair(d, reinterpret_cast<const unsigned char*>(key.data()), key.size(), type, &kp) !=
+              VOREL_OK ||
+          VorelPKICryptoSetKeypairLabel(kp, ("C" + std::to_string(i)).c_str()) != VOREL_OK ||
+          VorelPKICryptoUpdateCertificate(kp, cert) != VOREL_OK)
+        std::exit(1);
+      VorelPKICryptoFreeKeypair(kp);
+    }
+  }
+  VorelPKICertFreeCert(cert);
+  VorelPKICryptoFreeDevice(d);
+}
+
 void make_token(int type, const std::string& serial) {
   VOREL_DEVICE* d = nullptr;
   if (VorelPKICryptoCreateToken(type, serial.c_str(), "bench", "12345678", "12345678", 1000, &d) != VOREL_OK) {
@@ -105,6 +202,10 @@ int main(int argc, char** argv) {
   if (child == 0) {
     make_token(3, "T00");
     for (int i = 0; i < 32; ++i) make_token(4, "T" + std::to_string(100 + i));
+    make_full_token(5, "F00");
+    VOREL_DEVICE* d = nullptr;
+    if (VorelPKICryptoCreateToken(6, "P00", "bench", "12345678", "12345678", 0, &d) != VOREL_OK) _exit(1);
+    VorelPKICryptoFreeDevice(d);
     _exit(0);
   }
   int status = 0;
@@ -115,12 +216,16 @@ int main(int argc, char** argv) {
   first_listing();
   char config[] = R"({"devices":[{"type":3}]})";
   SKF_LoadConfigurationWithContent(config);
-  char name[] = "3#T00";
-  if (SKF_ConnectDev(name, &g_device) != SAR_OK) return 1;
+  char name[] = "3#T00", full[] = "5#F00", pins[] = "6#P00";
+  if (SKF_ConnectDev(name, &g_device) != SAR_OK || SKF_ConnectDev(full, &g_full) != SAR_OK ||
+      SKF_ConnectDev(pins, &g_pins) != SAR_OK)
+    return 1;
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   SKF_DisConnectDev(g_device);
+  SKF_DisConnectDev(g_full);
+  SKF_DisConnectDev(g_pins);
   vorel::library_detach();
   std::system((std::string("rm -rf ") + dir).c_str());
   return 0;

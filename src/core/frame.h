@@ -155,18 +155,42 @@ inline ULONG put_bytes(const void* data, std::size_t len, void* out, ULONG* outL
   return SAR_OK;
 }
 
-// Publishes a record that wraps a handle the vendor just gave out and writes its handle to *out.
-// Should the record not be registered, close(vendorHandle) runs first, so that nothing stays
-// open on the token, and the failure goes on to the frame.
-template <class T, class Close>
-void publish_vendor_record(const std::shared_ptr<T>& record, Close close, HANDLE* out) {
+// Publishes a new record under parent (null for a device) and writes its handle to *out. When it
+// cannot be published (the parent was closed meanwhile: SAR_INVALIDHANDLEERR; no memory: the
+// exception goes on to the frame), undo() runs first, so that a handle the vendor just gave out
+// does not stay open on the token.
+template <class T, class Undo>
+ULONG publish_record(const std::shared_ptr<T>& record, const void* parent, HANDLE* out, Undo undo) {
+  bool published;
   try {
-    publish(record);
+    published = publish(record, parent);
   } catch (...) {
-    close();
+    undo();
     throw;
   }
+  if (!published) {
+    undo();
+    return SAR_INVALIDHANDLEERR;
+  }
   *out = record.get();
+  return SAR_OK;
+}
+
+template <class T>
+ULONG publish_record(const std::shared_ptr<T>& record, const void* parent, HANDLE* out) {
+  return publish_record(record, parent, out, [] {});
+}
+
+// Closes a handle and what was opened under it. On a vendor-served type the vendor closes its
+// own handle first, and a vendor that refuses keeps ours open so that the caller may try again.
+template <class Fn>
+ULONG close_handle(const ExportCall& call, int32_t type, Fn SkfDll::*entry, HANDLE vendorHandle, HANDLE handle) {
+  if (auto dll = vendor_module(type)) {
+    ULONG rc = call.vendor_call(*dll, entry, vendorHandle);
+    if (rc != SAR_OK) return rc;
+  }
+  retire(handle);
+  return SAR_OK;
 }
 
 }  // namespace vorel

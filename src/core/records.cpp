@@ -48,6 +48,8 @@ DeviceAuth::~DeviceAuth() {
   vorel_cleanse(challenge, sizeof challenge);
 }
 
+ApplicationRecord::~ApplicationRecord() = default;
+
 HandleRecord::~HandleRecord() {
   switch (kind) {
     case kSessionKey:
@@ -196,8 +198,36 @@ struct Registry {
   struct Entry {
     RecordKind kind;
     std::shared_ptr<void> record;
+    const void* parent;
   };
   std::unordered_map<const void*, Entry> live;
+  std::unordered_map<const void*, std::vector<const void*>> children;
+
+  // Moves the entry and its descendants out; their records go to dying.
+  void take_out(const void* handle, std::vector<std::shared_ptr<void>>& dying) {
+    auto it = live.find(handle);
+    if (it == live.end()) return;
+    dying.push_back(std::move(it->second.record));
+    if (const void* parent = it->second.parent) {
+      auto siblings = children.find(parent);
+      if (siblings != children.end()) {
+        auto& list = siblings->second;
+        for (auto c = list.begin(); c != list.end(); ++c) {
+          if (*c == handle) {
+            list.erase(c);
+            break;
+          }
+        }
+        if (list.empty()) children.erase(siblings);
+      }
+    }
+    live.erase(it);
+    auto own = children.find(handle);
+    if (own == children.end()) return;
+    std::vector<const void*> kids = std::move(own->second);
+    children.erase(own);
+    for (const void* kid : kids) take_out(kid, dying);
+  }
 };
 
 Registry& registry() {
@@ -215,10 +245,18 @@ void record_slot_release(void* slot) {
 
 std::size_t record_pages_committed() { return arena().committed(); }
 
-void registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record) {
+bool registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record, const void* parent) {
   Registry& r = registry();
   std::lock_guard<std::mutex> guard(r.mutex);
-  r.live[handle] = Registry::Entry{kind, std::move(record)};
+  if (parent && r.live.find(parent) == r.live.end()) return false;
+  if (parent) r.children[parent].push_back(handle);
+  try {
+    r.live[handle] = Registry::Entry{kind, std::move(record), parent};
+  } catch (...) {
+    if (parent) r.children[parent].pop_back();
+    throw;
+  }
+  return true;
 }
 
 std::shared_ptr<void> registry_find(const void* handle, RecordKind kind) {
@@ -230,14 +268,14 @@ std::shared_ptr<void> registry_find(const void* handle, RecordKind kind) {
   return it->second.record;
 }
 
-std::shared_ptr<void> registry_retire(const void* handle) {
+void registry_retire(const void* handle) {
   Registry& r = registry();
-  std::lock_guard<std::mutex> guard(r.mutex);
-  auto it = r.live.find(handle);
-  if (it == r.live.end()) return nullptr;
-  std::shared_ptr<void> record = std::move(it->second.record);
-  r.live.erase(it);
-  return record;
+  std::vector<std::shared_ptr<void>> dying;
+  {
+    std::lock_guard<std::mutex> guard(r.mutex);
+    r.take_out(handle, dying);
+  }
+  // Records are destroyed here, outside the registry's lock, unless a call still holds them.
 }
 
 }  // namespace vorel

@@ -6,6 +6,7 @@
 // after many more records were made: a closed handle is refused, not taken for a newer record.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -63,6 +64,40 @@ struct DeviceRecord {
   DeviceAuth auth;
 
   explicit DeviceRecord(int32_t deviceType) : type(deviceType) {}
+};
+
+struct ContainerRecord;
+
+// An open application. On the crypto-library route it owns the containers built from the
+// device's key pairs when it was opened; their set stays fixed until it is opened again.
+struct ApplicationRecord {
+  static constexpr RecordKind kKind = RecordKind::Application;
+  UniquePtr<VOREL_DEVICE> cryptoDevice;            // the application's own reference
+  std::unique_ptr<ContainerRecord> containers[8];  // filled from the front
+  uint32_t type = 0;
+  HAPPLICATION vendorApplication = nullptr;
+  std::atomic<uint32_t> userPinVerified{0};
+  std::atomic<uint32_t> adminPinVerified{0};
+
+  explicit ApplicationRecord(uint32_t deviceType) : type(deviceType) {}
+  ~ApplicationRecord();
+};
+
+// A container: one of an application's (signing and encryption key pairs, their certificates),
+// or one handed out by SKF_OpenContainer / SKF_CreateContainer (duplicated key pairs, no
+// certificates, the application it belongs to).
+struct ContainerRecord {
+  static constexpr RecordKind kKind = RecordKind::Container;
+  VOREL_DEVICE* cryptoDevice = nullptr;  // the application's
+  uint32_t algorithm = 0;                // VOREL_ALG_RSA or VOREL_ALG_SM2
+  char name[260] = {};
+  UniquePtr<VOREL_KEYPAIR> signKeypair;
+  UniquePtr<VOREL_KEYPAIR> encKeypair;
+  UniquePtr<VOREL_CERT> signCert;
+  UniquePtr<VOREL_CERT> encCert;
+  std::shared_ptr<ApplicationRecord> app;  // keeps the application's device alive
+  uint32_t type = 0;
+  HCONTAINER vendorContainer = nullptr;
 };
 
 // Payload of a session key handle.
@@ -130,15 +165,18 @@ std::shared_ptr<T> new_record(Args&&... args) {
   });
 }
 
-void registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record);
+// parent: the handle of the record this one lives under (null for devices); false, with nothing
+// published, when the parent is no longer live.
+bool registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record, const void* parent);
 std::shared_ptr<void> registry_find(const void* handle, RecordKind kind);
-// Takes the record out of the registry; the caller's reference, if any, is the last one.
-std::shared_ptr<void> registry_retire(const void* handle);
+// Takes the record, and every record published under it, out of the registry.
+void registry_retire(const void* handle);
 
-// Makes the record reachable through its address, the caller's handle. Throws std::bad_alloc.
+// Makes the record reachable through its address, the caller's handle. A record published under
+// a parent is closed with it; false when the parent was closed meanwhile. Throws std::bad_alloc.
 template <class T>
-void publish(const std::shared_ptr<T>& record) {
-  registry_publish(record.get(), T::kKind, record);
+bool publish(const std::shared_ptr<T>& record, const void* parent = nullptr) {
+  return registry_publish(record.get(), T::kKind, record, parent);
 }
 
 // The live record of that kind behind a handle, or null: unknown, closed and other kinds alike.
@@ -150,7 +188,8 @@ std::shared_ptr<T> find_record(const void* handle) {
 inline std::shared_ptr<DeviceRecord> find_device(DEVHANDLE handle) { return find_record<DeviceRecord>(handle); }
 inline std::shared_ptr<HandleRecord> find_handle(HANDLE handle) { return find_record<HandleRecord>(handle); }
 
-// Closes a handle: the registry lets go of its record, whose memory goes with the last reference.
+// Closes a handle and the handles under it: the registry lets go of their records, whose memory
+// goes with the last reference.
 inline void retire(const void* handle) { registry_retire(handle); }
 
 }  // namespace vorel

@@ -1,5 +1,6 @@
 // Device authentication and PIN exports.
 #include "core/device/device.h"
+#include "core/device/pins.h"
 #include "core/frame.h"
 
 using namespace vorel;
@@ -28,30 +29,37 @@ ULONG DEVAPI SKF_DevAuth(DEVHANDLE hDev, BYTE* pbAuthData, ULONG ulLen) {
   });
 }
 
-ULONG DEVAPI SKF_ChangePIN(HAPPLICATION hApplication, ULONG, LPSTR szOldPin, LPSTR szNewPin, ULONG* pulRetryCount) {
+ULONG DEVAPI SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szOldPin, LPSTR szNewPin,
+                           ULONG* pulRetryCount) {
   return run_export("SKF_ChangePIN", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szOldPin", szOldPin) &&
                              call.string("szNewPin", szNewPin) && call.pointer("pulRetryCount", pulRetryCount));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    return call.finish(change_pin(call, *app, ulPINType, szOldPin, szNewPin, pulRetryCount));
   });
 }
 
-ULONG DEVAPI SKF_GetPINInfo(HAPPLICATION hApplication, ULONG, ULONG* pulMaxRetryCount, ULONG* pulRemainRetryCount,
-                            BOOL* pbDefaultPin) {
+ULONG DEVAPI SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULONG* pulMaxRetryCount,
+                            ULONG* pulRemainRetryCount, BOOL* pbDefaultPin) {
   return run_export("SKF_GetPINInfo", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) &&
                              call.pointer("pulMaxRetryCount", pulMaxRetryCount) &&
                              call.pointer("pulRemainRetryCount", pulRemainRetryCount) &&
                              call.pointer("pbDefaultPin", pbDefaultPin));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    return call.finish(pin_info(call, *app, ulPINType, pulMaxRetryCount, pulRemainRetryCount, pbDefaultPin));
   });
 }
 
-ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG, LPSTR szPIN, ULONG* pulRetryCount) {
+ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szPIN, ULONG* pulRetryCount) {
   return run_export("SKF_VerifyPIN", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szPIN", szPIN) &&
                              call.pointer("pulRetryCount", pulRetryCount));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    return call.finish(verify_pin(call, *app, ulPINType, szPIN, pulRetryCount));
   });
 }
 
@@ -59,21 +67,27 @@ ULONG DEVAPI SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPSTR s
   return run_export("SKF_UnblockPIN", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szAdminPIN", szAdminPIN) &&
                              call.string("szNewUserPIN", szNewUserPIN) && call.pointer("pulRetryCount", pulRetryCount));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    return call.finish(unblock_pin(call, *app, szAdminPIN, szNewUserPIN, pulRetryCount));
   });
 }
 
 ULONG DEVAPI SKF_ClearSecureState(HAPPLICATION hApplication) {
   return run_export("SKF_ClearSecureState", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    return call.finish(clear_secure_state(call, *app));
   });
 }
 
 ULONG DEVAPI SKF_GetSecureState(HAPPLICATION hApplication, ULONG* pulState) {
   return run_export("SKF_GetSecureState", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.pointer("pulState", pulState));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    return call.finish(secure_state(call, *app, pulState));
   });
 }
 

@@ -1,4 +1,6 @@
 // Application exports.
+#include "core/device/application.h"
+
 #include "core/frame.h"
 
 using namespace vorel;
@@ -15,21 +17,41 @@ ULONG DEVAPI SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR szAdmi
                   call.string("szUserPin", szUserPin) && call.length("dwUserPinRetryCount", dwUserPinRetryCount) &&
                   call.length("dwCreateFileRights", dwCreateFileRights) &&
                   call.pointer("phApplication", phApplication));
-    return call.not_implemented();
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    auto dll = vendor_module(device->type);
+    if (!dll) return call.not_emulated();  // the one application always exists
+    auto app = new_record<ApplicationRecord>(static_cast<uint32_t>(device->type));
+    ULONG rc = call.vendor_call(*dll, &SkfDll::SKF_CreateApplication, device->vendorDevice, szAppName, szAdminPin,
+                                dwAdminPinRetryCount, szUserPin, dwUserPinRetryCount, dwCreateFileRights,
+                                &app->vendorApplication);
+    if (rc != SAR_OK) return call.fail(rc);
+    HAPPLICATION vendorApplication = app->vendorApplication;
+    return call.finish(publish_record(app, hDev, phApplication, [&dll, vendorApplication] {
+      if (dll->SKF_CloseApplication) dll->SKF_CloseApplication(vendorApplication);
+    }));
   });
 }
 
-ULONG DEVAPI SKF_EnumApplication(DEVHANDLE hDev, LPSTR, ULONG* pulSize) {
+ULONG DEVAPI SKF_EnumApplication(DEVHANDLE hDev, LPSTR szAppName, ULONG* pulSize) {
   return run_export("SKF_EnumApplication", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hDev", hDev) && call.pointer("pulSize", pulSize));
-    return call.not_implemented();
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    if (auto dll = vendor_module(device->type))
+      return call.forward(*dll, &SkfDll::SKF_EnumApplication, device->vendorDevice, szAppName, pulSize);
+    return call.finish(enum_applications(szAppName, pulSize));
   });
 }
 
 ULONG DEVAPI SKF_DeleteApplication(DEVHANDLE hDev, LPSTR szAppName) {
   return run_export("SKF_DeleteApplication", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hDev", hDev) && call.string("szAppName", szAppName));
-    return call.not_implemented();
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    if (auto dll = vendor_module(device->type))
+      return call.forward(*dll, &SkfDll::SKF_DeleteApplication, device->vendorDevice, szAppName);
+    return call.not_emulated();
   });
 }
 
@@ -37,14 +59,22 @@ ULONG DEVAPI SKF_OpenApplication(DEVHANDLE hDev, LPSTR szAppName, HAPPLICATION* 
   return run_export("SKF_OpenApplication", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hDev", hDev) && call.string("szAppName", szAppName) &&
                              call.pointer("phApplication", phApplication));
-    return call.not_implemented();
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    if (auto dll = vendor_module(device->type))
+      return call.finish(open_vendor_application(call, *dll, *device, hDev, szAppName, phApplication));
+    return call.finish(open_application(*device, hDev, szAppName, phApplication));
   });
 }
 
 ULONG DEVAPI SKF_CloseApplication(HAPPLICATION hApplication) {
   return run_export("SKF_CloseApplication", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    // Its containers are closed with it.
+    return call.finish(close_handle(call, static_cast<int32_t>(app->type), &SkfDll::SKF_CloseApplication,
+                                    app->vendorApplication, hApplication));
   });
 }
 

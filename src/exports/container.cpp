@@ -1,4 +1,6 @@
 // Container and certificate exports.
+#include "core/device/certificates.h"
+#include "core/device/containers.h"
 #include "core/frame.h"
 
 using namespace vorel;
@@ -10,14 +12,23 @@ ULONG DEVAPI SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContainerNam
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) &&
                              call.string("szContainerName", szContainerName) &&
                              call.pointer("phContainer", phContainer));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    if (auto dll = vendor_module(app->type))
+      return call.finish(open_vendor_container(call, *dll, &SkfDll::SKF_CreateContainer, app, hApplication,
+                                               szContainerName, phContainer));
+    return call.not_emulated();  // containers come from the token's key pairs
   });
 }
 
 ULONG DEVAPI SKF_DeleteContainer(HAPPLICATION hApplication, LPSTR szContainerName) {
   return run_export("SKF_DeleteContainer", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szContainerName", szContainerName));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    if (auto dll = vendor_module(app->type))
+      return call.forward(*dll, &SkfDll::SKF_DeleteContainer, app->vendorApplication, szContainerName);
+    return call.not_emulated();
   });
 }
 
@@ -26,43 +37,70 @@ ULONG DEVAPI SKF_OpenContainer(HAPPLICATION hApplication, LPSTR szContainerName,
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) &&
                              call.string("szContainerName", szContainerName) &&
                              call.pointer("phContainer", phContainer));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    if (auto dll = vendor_module(app->type))
+      return call.finish(open_vendor_container(call, *dll, &SkfDll::SKF_OpenContainer, app, hApplication,
+                                               szContainerName, phContainer));
+    return call.finish(open_container(call, app, hApplication, szContainerName, phContainer));
   });
 }
 
 ULONG DEVAPI SKF_CloseContainer(HCONTAINER hContainer) {
   return run_export("SKF_CloseContainer", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hContainer", hContainer));
-    return call.not_implemented();
+    auto container = find_record<ContainerRecord>(hContainer);
+    if (!container) return call.invalid_handle("hContainer");
+    return call.finish(close_handle(call, static_cast<int32_t>(container->type), &SkfDll::SKF_CloseContainer,
+                                    container->vendorContainer, hContainer));
   });
 }
 
-ULONG DEVAPI SKF_EnumContainer(HAPPLICATION hApplication, LPSTR, ULONG* pulSize) {
+ULONG DEVAPI SKF_EnumContainer(HAPPLICATION hApplication, LPSTR szContainerName, ULONG* pulSize) {
   return run_export("SKF_EnumContainer", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.pointer("pulSize", pulSize));
-    return call.not_implemented();
+    auto app = find_record<ApplicationRecord>(hApplication);
+    if (!app) return call.invalid_handle("hApplication");
+    if (auto dll = vendor_module(app->type))
+      return call.forward(*dll, &SkfDll::SKF_EnumContainer, app->vendorApplication, szContainerName, pulSize);
+    return call.finish(enum_containers(*app, szContainerName, pulSize));
   });
 }
 
 ULONG DEVAPI SKF_GetContainerType(HCONTAINER hContainer, ULONG* pulContainerType) {
   return run_export("SKF_GetContainerType", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hContainer", hContainer) && call.pointer("pulContainerType", pulContainerType));
-    return call.not_implemented();
+    auto container = find_record<ContainerRecord>(hContainer);
+    if (!container) return call.invalid_handle("hContainer");
+    if (auto dll = vendor_module(container->type))
+      return call.forward(*dll, &SkfDll::SKF_GetContainerType, container->vendorContainer, pulContainerType);
+    return call.finish(container_type(call, *container, pulContainerType));
   });
 }
 
-ULONG DEVAPI SKF_ImportCertificate(HCONTAINER hContainer, BOOL, BYTE* pbCert, ULONG ulCertLen) {
+ULONG DEVAPI SKF_ImportCertificate(HCONTAINER hContainer, BOOL bSignFlag, BYTE* pbCert, ULONG ulCertLen) {
   return run_export("SKF_ImportCertificate", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call,
                    call.pointer("hContainer", hContainer) && call.bytes("pbCert", pbCert, "ulCertLen", ulCertLen));
-    return call.not_implemented();
+    auto container = find_record<ContainerRecord>(hContainer);
+    if (!container) return call.invalid_handle("hContainer");
+    if (auto dll = vendor_module(container->type))
+      return call.forward(*dll, &SkfDll::SKF_ImportCertificate, container->vendorContainer, bSignFlag, pbCert,
+                          ulCertLen);
+    return call.finish(import_certificate(call, *container, bSignFlag != 0, pbCert, ulCertLen));
   });
 }
 
-ULONG DEVAPI SKF_ExportCertificate(HCONTAINER hContainer, BOOL, BYTE*, ULONG* pulCertLen) {
+ULONG DEVAPI SKF_ExportCertificate(HCONTAINER hContainer, BOOL bSignFlag, BYTE* pbCert, ULONG* pulCertLen) {
   return run_export("SKF_ExportCertificate", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hContainer", hContainer) && call.pointer("pulCertLen", pulCertLen));
-    return call.not_implemented();
+    VLOG_DEBUG(call.name(), "bSignFlag : %d", bSignFlag);
+    auto container = find_record<ContainerRecord>(hContainer);
+    if (!container) return call.invalid_handle("hContainer");
+    if (auto dll = vendor_module(container->type))
+      return call.forward(*dll, &SkfDll::SKF_ExportCertificate, container->vendorContainer, bSignFlag, pbCert,
+                          pulCertLen);
+    return call.finish(export_certificate(call, *container, bSignFlag != 0, pbCert, pulCertLen));
   });
 }
 

@@ -30,12 +30,8 @@ ULONG DEVAPI SKF_CloseHandle(HANDLE hHandle) {
     VOREL_VALIDATE(call, call.pointer("hHandle", hHandle));
     auto handle = find_handle(hHandle);
     if (!handle) return call.invalid_handle("hHandle");
-    if (auto dll = vendor_module(handle->type)) {
-      // A vendor that refuses to close keeps the record alive, so the caller may try again.
-      ULONG rc = call.vendor_call(*dll, &SkfDll::SKF_CloseHandle, handle->vendorHandle);
-      if (rc != SAR_OK) return call.fail(rc);
-    }
-    retire(hHandle);
+    ULONG rc = close_handle(call, handle->type, &SkfDll::SKF_CloseHandle, handle->vendorHandle, hHandle);
+    if (rc != SAR_OK) return call.fail(rc);
     VLOG_DEBUG(call.name(), "handle %p closed", hHandle);
     return SAR_OK;
   });

@@ -21,11 +21,39 @@ void DeviceTest::configure(const std::string& json) {
   ASSERT_EQ(SKF_LoadConfigurationWithContent(&copy[0]), kOk) << json;
 }
 
-void DeviceTest::make_token(int type, const std::string& serial, const std::string& label) {
+void DeviceTest::make_token(int type, const std::string& serial, const std::string& label,
+                            const std::vector<KeySpec>& keys) {
   VOREL_DEVICE* d = nullptr;
-  ASSERT_EQ(VorelPKICryptoCreateToken(type, serial.c_str(), label.c_str(), "12345678", "12345678", 1000, &d), VOREL_OK)
+  ASSERT_EQ(VorelPKICryptoCreateToken(type, serial.c_str(), label.c_str(), kSoPin, kUserPin, 1000, &d), VOREL_OK)
       << type << "-" << serial;
+  unsigned retries = 0;
+  if (!keys.empty()) {
+    EXPECT_EQ(VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, kUserPin, &retries), VOREL_OK);
+  }
+  for (const KeySpec& k : keys) {
+    std::string der = container_data(std::string(k.key) + ".der");
+    VOREL_KEYPAIR* kp = nullptr;
+    EXPECT_EQ(
+        VorelPKICryptoImportKeypair(d, reinterpret_cast<const unsigned char*>(der.data()), der.size(), k.type, &kp),
+        VOREL_OK)
+        << k.key;
+    EXPECT_EQ(VorelPKICryptoSetKeypairLabel(kp, k.label), VOREL_OK);
+    if (k.cert) {
+      std::string crt = container_data(std::string(k.cert) + ".crt");
+      VOREL_CERT* cert = VorelPKICertNewCert(reinterpret_cast<const unsigned char*>(crt.data()), crt.size());
+      EXPECT_EQ(VorelPKICryptoUpdateCertificate(kp, cert), VOREL_OK) << k.cert;
+      VorelPKICertFreeCert(cert);
+    }
+    VorelPKICryptoFreeKeypair(kp);
+  }
+  VorelPKICryptoClearPwdCache(d);
   VorelPKICryptoFreeDevice(d);
+}
+
+std::string container_data(const std::string& name) {
+  std::string data = testsupport::read_file("testdata/containers/" + name);
+  EXPECT_FALSE(data.empty()) << "testdata/containers/" << name << " (run from the binaries' folder)";
+  return data;
 }
 
 DEVHANDLE DeviceTest::connect(const std::string& name) {

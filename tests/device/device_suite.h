@@ -19,6 +19,20 @@ extern std::string g_log_path;
 inline testsupport::LogFile log_file() { return testsupport::LogFile(g_log_path); }
 
 constexpr ULONG kOk = SAR_OK;
+constexpr const char* kUserPin = "12345678";
+constexpr const char* kSoPin = "87654321";
+
+// A key pair to put on a token: files of testdata/containers, type VOREL_KEYPAIR_SIGN or
+// VOREL_KEYPAIR_ENCRYPT, a label, a certificate file or nullptr.
+struct KeySpec {
+  const char* key;
+  int type;
+  const char* label;
+  const char* cert;
+};
+
+// A file of the container test data (keys and certificates made by openssl at build time).
+std::string container_data(const std::string& name);
 
 class DeviceTest : public ::testing::Test {
  protected:
@@ -27,8 +41,10 @@ class DeviceTest : public ::testing::Test {
 
   // Replaces the library's configuration; fails the test when it does not load.
   void configure(const std::string& json);
-  // A token of the type with that serial number and label (PINs "12345678").
-  void make_token(int type, const std::string& serial, const std::string& label = "token");
+  // A token of the type with that serial number and label, PINs kSoPin and kUserPin, holding the
+  // key pairs in that order.
+  void make_token(int type, const std::string& serial, const std::string& label = "token",
+                  const std::vector<KeySpec>& keys = {});
   // Connects, failing the test on any other answer.
   DEVHANDLE connect(const std::string& name);
   // The SKF_EnumDev list as names.

@@ -1,6 +1,7 @@
 // Devices of a vendor module: what reaches the vendor, what comes back, what is missing.
 #include <cstring>
 #include <functional>
+#include <tuple>
 
 #include "device_suite.h"
 
@@ -117,12 +118,19 @@ TEST_F(VendorDevices, FunctionsTheModuleLacksAreNotSupported) {
   EXPECT_EQ(SKF_ConnectDev(name, &h), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
   EXPECT_NE(log.since().find("[ERROR] [SKF_ConnectDev] SKF_ConnectDev is not support"), std::string::npos);
 
-  // A device connected through the recording module, whose type now names the empty one.
+  // Objects opened through the recording module, whose type now names the empty one.
   h = connect("7#FIXTURE0");
+  char text[] = "x", own[] = "7#A";
+  HAPPLICATION app = nullptr;
+  HCONTAINER container = nullptr;
+  ASSERT_EQ(SKF_OpenApplication(h, text, &app), kOk);
+  ASSERT_EQ(SKF_OpenContainer(app, text, &container), kOk);
   configure(R"({"devices":[)" + empty_vendor_entry(7) + "]}");
   BYTE buf[32] = {};
-  ULONG len = sizeof buf, state = 0;
-  char label[] = "x", own[] = "7#A";
+  ULONG len = sizeof buf, state = 0, n = 0;
+  BOOL b = FALSE;
+  HANDLE out = nullptr;
+  char* label = text;
   const struct {
     const char* name;
     std::function<ULONG()> call;
@@ -135,6 +143,25 @@ TEST_F(VendorDevices, FunctionsTheModuleLacksAreNotSupported) {
       {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }},
       {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }},
       {"SKF_GetDevState", [&] { return SKF_GetDevState(own, &state); }},
+      {"SKF_CreateApplication", [&] { return SKF_CreateApplication(h, text, text, 6, text, 6, 1, &out); }},
+      {"SKF_EnumApplication", [&] { return SKF_EnumApplication(h, nullptr, &n); }},
+      {"SKF_DeleteApplication", [&] { return SKF_DeleteApplication(h, text); }},
+      {"SKF_OpenApplication", [&] { return SKF_OpenApplication(h, text, &out); }},
+      {"SKF_VerifyPIN", [&] { return SKF_VerifyPIN(app, USER_TYPE, text, &n); }},
+      {"SKF_ChangePIN", [&] { return SKF_ChangePIN(app, USER_TYPE, text, text, &n); }},
+      {"SKF_UnblockPIN", [&] { return SKF_UnblockPIN(app, text, text, &n); }},
+      {"SKF_GetPINInfo", [&] { return SKF_GetPINInfo(app, USER_TYPE, &n, &n, &b); }},
+      {"SKF_GetSecureState", [&] { return SKF_GetSecureState(app, &n); }},
+      {"SKF_ClearSecureState", [&] { return SKF_ClearSecureState(app); }},
+      {"SKF_CreateContainer", [&] { return SKF_CreateContainer(app, text, &out); }},
+      {"SKF_DeleteContainer", [&] { return SKF_DeleteContainer(app, text); }},
+      {"SKF_EnumContainer", [&] { return SKF_EnumContainer(app, nullptr, &n); }},
+      {"SKF_OpenContainer", [&] { return SKF_OpenContainer(app, text, &out); }},
+      {"SKF_GetContainerType", [&] { return SKF_GetContainerType(container, &n); }},
+      {"SKF_ImportCertificate", [&] { return SKF_ImportCertificate(container, TRUE, buf, 16); }},
+      {"SKF_ExportCertificate", [&] { return SKF_ExportCertificate(container, TRUE, nullptr, &n); }},
+      {"SKF_CloseContainer", [&] { return SKF_CloseContainer(container); }},
+      {"SKF_CloseApplication", [&] { return SKF_CloseApplication(app); }},
       {"SKF_DisConnectDev", [&] { return SKF_DisConnectDev(h); }},
   };
   for (const auto& c : cases) {
@@ -151,6 +178,89 @@ TEST_F(VendorDevices, FunctionsTheModuleLacksAreNotSupported) {
   with_fixture_as_7();
   EXPECT_EQ(SKF_DisConnectDev(h), kOk);
   connected_.clear();
+}
+
+// Applications, PINs, containers and certificates of a vendor device: each export reaches the
+// vendor with the vendor's own handle of the right object and the caller's other arguments.
+TEST_F(VendorDevices, ObjectsUnderADeviceUseTheVendorsHandles) {
+  DEVHANDLE dev = connect("7#FIXTURE0");
+  uint64_t vdev = vendor_handle();
+  char appName[] = "APP", pin[] = "1234", other[] = "5678", cname[] = "C1";
+  HAPPLICATION app = nullptr;
+  ASSERT_EQ(SKF_OpenApplication(dev, appName, &app), kOk);
+  uint64_t vapp = vendor_->handle();
+  EXPECT_EQ(vendor_->last("SKF_OpenApplication").at(0), vdev);
+  HCONTAINER container = nullptr;
+  ASSERT_EQ(SKF_OpenContainer(app, cname, &container), kOk);
+  uint64_t vcon = vendor_->handle();
+  EXPECT_EQ(vendor_->last("SKF_OpenContainer").at(0), vapp);
+  EXPECT_NE(arg(app), vapp);
+  EXPECT_NE(arg(container), vcon);
+
+  BYTE buf[32] = {};
+  ULONG n = sizeof buf, m = 0, k = 0;
+  BOOL b = FALSE;
+  HANDLE out = nullptr;
+  using Args = std::vector<uint64_t>;
+  const struct {
+    const char* name;
+    std::function<ULONG()> call;
+    Args args;  // leading arguments, vendor handle first
+  } cases[] = {
+      {"SKF_EnumApplication", [&] { return SKF_EnumApplication(dev, appName, &n); }, {vdev, arg(appName), arg(&n)}},
+      {"SKF_DeleteApplication", [&] { return SKF_DeleteApplication(dev, appName); }, {vdev, arg(appName)}},
+      {"SKF_CreateApplication",
+       [&] { return SKF_CreateApplication(dev, appName, pin, 6, other, 5, 0xFF, &out); },
+       {vdev, arg(appName), arg(pin), 6, arg(other), 5, 0xFF}},
+      {"SKF_VerifyPIN", [&] { return SKF_VerifyPIN(app, USER_TYPE, pin, &n); }, {vapp, USER_TYPE, arg(pin), arg(&n)}},
+      {"SKF_ChangePIN",
+       [&] { return SKF_ChangePIN(app, ADMIN_TYPE, pin, other, &n); },
+       {vapp, ADMIN_TYPE, arg(pin), arg(other), arg(&n)}},
+      {"SKF_UnblockPIN", [&] { return SKF_UnblockPIN(app, pin, other, &n); }, {vapp, arg(pin), arg(other), arg(&n)}},
+      {"SKF_GetPINInfo",
+       [&] { return SKF_GetPINInfo(app, USER_TYPE, &n, &m, &b); },
+       {vapp, USER_TYPE, arg(&n), arg(&m), arg(&b)}},
+      {"SKF_GetSecureState", [&] { return SKF_GetSecureState(app, &n); }, {vapp, arg(&n)}},
+      {"SKF_ClearSecureState", [&] { return SKF_ClearSecureState(app); }, {vapp}},
+      {"SKF_EnumContainer", [&] { return SKF_EnumContainer(app, cname, &n); }, {vapp, arg(cname), arg(&n)}},
+      {"SKF_DeleteContainer", [&] { return SKF_DeleteContainer(app, cname); }, {vapp, arg(cname)}},
+      {"SKF_CreateContainer", [&] { return SKF_CreateContainer(app, cname, &out); }, {vapp, arg(cname)}},
+      {"SKF_GetContainerType", [&] { return SKF_GetContainerType(container, &k); }, {vcon, arg(&k)}},
+      {"SKF_ImportCertificate",
+       [&] { return SKF_ImportCertificate(container, TRUE, buf, 16); },
+       {vcon, 1, arg(buf), 16}},
+      {"SKF_ExportCertificate",
+       [&] { return SKF_ExportCertificate(container, FALSE, buf, &n); },
+       {vcon, 0, arg(buf), arg(&n)}},
+  };
+  ULONG code = 0x0B000500;
+  for (const auto& c : cases) {
+    ASSERT_EQ(c.call(), kOk) << c.name;
+    Args got = vendor_->last(c.name);
+    ASSERT_GE(got.size(), c.args.size()) << c.name;
+    EXPECT_EQ(Args(got.begin(), got.begin() + c.args.size()), c.args) << c.name;
+    vendor_->answer(c.name, ++code);
+    auto log = log_file();
+    HANDLE untouched = out = reinterpret_cast<HANDLE>(0x5);
+    EXPECT_EQ(c.call(), code) << c.name;
+    EXPECT_EQ(out, untouched) << c.name << ": no handle for a refused call";
+    EXPECT_NE(log.since().find(std::string(c.name) + " fail, error : 0x0b0005"), std::string::npos) << c.name;
+    vendor_->answer(c.name, SAR_OK);
+  }
+
+  // Closing: the vendor's handle goes to the vendor; a refusal keeps ours usable.
+  for (auto [name, handle, vendorHandle] :
+       {std::make_tuple("SKF_CloseContainer", container, vcon), std::make_tuple("SKF_CloseApplication", app, vapp)}) {
+    auto close = [&] {
+      return std::string(name) == "SKF_CloseContainer" ? SKF_CloseContainer(handle) : SKF_CloseApplication(handle);
+    };
+    vendor_->answer(name, 0x0B000600);
+    EXPECT_EQ(close(), 0x0B000600u) << name;
+    vendor_->answer(name, SAR_OK);
+    EXPECT_EQ(close(), kOk) << name;
+    EXPECT_EQ(vendor_->last(name), Args{vendorHandle});
+    EXPECT_EQ(close(), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << name;
+  }
 }
 
 #ifndef _WIN32

@@ -22,6 +22,7 @@ Recorder::Recorder(const std::string& modulePath) : module_(vorel::platform::dso
   bind(module_, "fixture_calls", calls_);
   bind(module_, "fixture_last", last_);
   bind(module_, "fixture_text", text_);
+  bind(module_, "fixture_handle", handle_);
   reset_();
 }
 
@@ -34,9 +35,6 @@ std::vector<uint64_t> Recorder::last(const char* function) const {
   return std::vector<uint64_t>(args, args + (n < 16 ? n : 16));
 }
 
-}  // namespace testsupport
-
-namespace testsupport {
 std::string Recorder::text(const char* function) const {
   char buf[1024];
   return text_(function, buf, sizeof buf) < 0 ? std::string() : std::string(buf);

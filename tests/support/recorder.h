@@ -26,6 +26,8 @@ class Recorder {
     names_(multiString.data(), static_cast<ULONG>(multiString.size()));
   }
   int calls(const char* function) const { return calls_(function); }
+  // The handle the module gave out last (SKF_ConnectDev, SKF_OpenApplication and the like).
+  uint64_t handle() const { return handle_(); }
   // The arguments of the last call, pointers as addresses; empty when never called.
   std::vector<uint64_t> last(const char* function) const;
   // The first text argument of the last call.
@@ -39,6 +41,7 @@ class Recorder {
   int (*calls_)(const char*);
   int (*last_)(const char*, uint64_t*, int);
   int (*text_)(const char*, char*, int);
+  uint64_t (*handle_)();
 };
 
 inline uint64_t arg(const void* p) { return reinterpret_cast<uintptr_t>(p); }

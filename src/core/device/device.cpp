@@ -81,8 +81,7 @@ ULONG connect_vendor(const ExportCall& call, const SkfDll& dll, int32_t type, st
     return rc;
   }
   record->vendorDevice = vendorDevice;
-  publish_vendor_record(record, close, out);
-  return SAR_OK;
+  return publish_record(record, nullptr, out, close);
 }
 
 ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& own, DEVHANDLE* out) {
@@ -116,9 +115,7 @@ ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& 
     }
   }
   GetDeviceInfoFromVorelCrypto(*record);
-  publish(record);
-  *out = record.get();
-  return SAR_OK;
+  return publish_record(record, nullptr, out);
 }
 
 ULONG disconnect(const ExportCall& call, const std::shared_ptr<DeviceRecord>& device, DEVHANDLE handle) {

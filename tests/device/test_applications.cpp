@@ -1,0 +1,346 @@
+// The emulated application: containers formed from a token's key pairs and their order, PINs
+// and the secure state, container handles, certificates, and what closing a parent does.
+#include <cstring>
+#include <functional>
+
+#include "device_suite.h"
+#include "vorel/vorel_crypto.h"
+
+namespace device {
+namespace {
+
+constexpr int S = VOREL_KEYPAIR_SIGN;
+constexpr int E = VOREL_KEYPAIR_ENCRYPT;
+
+class Applications : public DeviceTest {
+ protected:
+  // A token of type 3 holding keys, opened: its device and application handles.
+  HAPPLICATION open(const std::vector<KeySpec>& keys, const std::string& serial = "T1") {
+    make_token(3, serial, "token", keys);
+    dev_ = connect("3#" + serial);
+    return open_app(dev_);
+  }
+  HAPPLICATION open_app(DEVHANDLE dev) {
+    char name[] = "VOREL";
+    HAPPLICATION app = nullptr;
+    EXPECT_EQ(SKF_OpenApplication(dev, name, &app), kOk);
+    return app;
+  }
+  std::vector<std::string> containers(HAPPLICATION app) {
+    char list[4096];
+    ULONG size = sizeof list;
+    EXPECT_EQ(SKF_EnumContainer(app, list, &size), kOk);
+    return split_names(list, size);
+  }
+  HCONTAINER open_container(HAPPLICATION app, const char* name) {
+    std::string copy = name;
+    HCONTAINER c = nullptr;
+    EXPECT_EQ(SKF_OpenContainer(app, &copy[0], &c), kOk) << name;
+    return c;
+  }
+  // The certificate the container's key pair holds, or the SKF code that refused it.
+  std::string exported(HCONTAINER c, BOOL sign, ULONG* rc = nullptr) {
+    ULONG len = 0;
+    ULONG r = SKF_ExportCertificate(c, sign, nullptr, &len);
+    std::string der(len, '\0');
+    if (r == SAR_OK) r = SKF_ExportCertificate(c, sign, reinterpret_cast<BYTE*>(&der[0]), &len);
+    if (rc) *rc = r;
+    return r == SAR_OK ? der : std::string();
+  }
+  DEVHANDLE dev_ = nullptr;
+};
+
+TEST_F(Applications, KeyPairsBecomeContainersInTheirOrder) {
+  using Names = std::vector<std::string>;
+  const struct {
+    const char* what;
+    std::vector<KeySpec> keys;
+    Names names;
+  } cases[] = {
+      {"two signing pairs", {{"s1", S, "A", nullptr}, {"s6", S, "B", nullptr}}, {"A", "B"}},
+      {"an encryption pair of the same label joins", {{"s1", S, "S", "s1"}, {"s2", E, "S", "s2"}}, {"S"}},
+      {"agreeing certificates join under both labels", {{"s1", S, "S", "s1"}, {"s2", E, "E", "s2"}}, {"S#E"}},
+      {"without certificates pairs of one algorithm join", {{"s1", S, "S", nullptr}, {"s2", E, "E", nullptr}}, {"S#E"}},
+      {"another end of validity keeps them apart", {{"s1", S, "S", "s1"}, {"s3", E, "E", "s3"}}, {"S"}},
+      {"another subject keeps them apart", {{"s1", S, "S", "s1"}, {"s5", E, "E", "s5"}}, {"S"}},
+      {"another algorithm keeps them apart", {{"s1", S, "S", nullptr}, {"r1", E, "E", nullptr}}, {"S"}},
+      {"an encryption pair before any signing pair is left out",
+       {{"s2", E, "S", nullptr}, {"s1", S, "S", nullptr}},
+       {"S"}},
+      {"only the last container is joined",
+       {{"s1", S, "A", nullptr}, {"s6", S, "B", nullptr}, {"s7", E, "A", nullptr}},
+       {"B#A", "A"}},
+      {"a ninth signing pair is left out",
+       {{"s1", S, "K1", nullptr},
+        {"s2", S, "K2", nullptr},
+        {"s3", S, "K3", nullptr},
+        {"s4", S, "K4", nullptr},
+        {"s5", S, "K5", nullptr},
+        {"s6", S, "K6", nullptr},
+        {"s7", S, "K7", nullptr},
+        {"s8", S, "K8", nullptr},
+        {"s9", S, "K9", nullptr}},
+       {"K1", "K2", "K3", "K4", "K5", "K6", "K7", "K8"}},
+      {"SM2 before RSA of as many parts", {{"r1", S, "R", nullptr}, {"s1", S, "M", nullptr}}, {"M", "R"}},
+      {"an RSA container with more parts overtakes an SM2 one with fewer",
+       {{"s1", S, "M", nullptr}, {"r1", S, "R", "r1"}, {"r2", E, "R", "r2"}},
+       {"R", "M"}},
+      {"equal scores: the certificate that ends later first", {{"s1", S, "A", "s1"}, {"s4", S, "B", "s4"}}, {"B", "A"}},
+      {"equal scores: encryption certificates when neither has a signing one",
+       {{"s1", S, "X", nullptr}, {"s2", E, "X", "s2"}, {"s6", S, "Y", nullptr}, {"s3", E, "Y", "s3"}},
+       {"Y", "X"}},
+      {"equal scores: the right one's encryption certificate counts only if the left one has one",
+       {{"s1", S, "X", "s1"}, {"s2", E, "X", nullptr}, {"s6", S, "Y", nullptr}, {"s3", E, "Y", "s3"}},
+       {"X", "Y"}},
+      {"no key pairs", {}, {}},
+  };
+  int serial = 0;
+  for (const auto& c : cases) {
+    HAPPLICATION app = open(c.keys, "C" + std::to_string(++serial));
+    EXPECT_EQ(containers(app), c.names) << c.what;
+  }
+}
+
+TEST_F(Applications, ContainerHandles) {
+  HAPPLICATION app = open({{"s1", S, "S1", nullptr}, {"r1", S, "S2", nullptr}, {"r2", E, "E2", nullptr}});
+  ULONG size = 0;
+  ASSERT_EQ(SKF_EnumContainer(app, nullptr, &size), kOk);
+  EXPECT_EQ(size, 10u);  // "S1\0S2#E2\0\0"
+  char list[16];
+  size = 9;
+  EXPECT_EQ(SKF_EnumContainer(app, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  EXPECT_EQ(size, 10u);
+
+  ULONG type = 0;
+  HCONTAINER sm2 = open_container(app, "S1");
+  ASSERT_EQ(SKF_GetContainerType(sm2, &type), kOk);
+  EXPECT_EQ(type, 2u);
+  HCONTAINER rsa = open_container(app, "S2#E2");
+  ASSERT_EQ(SKF_GetContainerType(rsa, &type), kOk);
+  EXPECT_EQ(type, 1u);
+
+  char partial[] = "S2";
+  HCONTAINER none = nullptr;
+  auto log = log_file();
+  EXPECT_EQ(SKF_OpenContainer(app, partial, &none), static_cast<ULONG>(SAR_INVALIDPARAMERR));
+  EXPECT_NE(log.since().find("[ERROR] [SKF_OpenContainer] not find container"), std::string::npos);
+
+  // Two handles of one container are independent.
+  HCONTAINER again = open_container(app, "S1");
+  EXPECT_NE(again, sm2);
+  ASSERT_EQ(SKF_CloseContainer(sm2), kOk);
+  EXPECT_EQ(SKF_GetContainerType(sm2, &type), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  EXPECT_EQ(SKF_GetContainerType(again, &type), kOk);
+}
+
+TEST_F(Applications, TheOneApplication) {
+  HAPPLICATION app = open({});
+  char list[8];
+  ULONG size = 5;
+  EXPECT_EQ(SKF_EnumApplication(dev_, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  std::memset(list, '#', sizeof list);
+  size = 6;
+  ASSERT_EQ(SKF_EnumApplication(dev_, list, &size), kOk);
+  EXPECT_EQ(size, 6u);
+  EXPECT_EQ(std::string(list, 7), std::string("VOREL\0#", 7));  // one zero byte, no list terminator
+
+  HAPPLICATION other = nullptr;
+  for (const char* wrong : {"vorel", "VOREL ", "VORE", ""}) {
+    std::string name = wrong;
+    EXPECT_EQ(SKF_OpenApplication(dev_, &name[0], &other), static_cast<ULONG>(SAR_APPLICATION_NAME_INVALID)) << wrong;
+  }
+  char name[] = "VOREL", pin[] = "12345678";
+  HCONTAINER container = nullptr;
+  const std::function<ULONG()> refused[] = {
+      [&] { return SKF_CreateApplication(dev_, name, pin, 6, pin, 6, 1, &other); },
+      [&] { return SKF_DeleteApplication(dev_, name); },
+      [&] { return SKF_CreateContainer(app, name, &container); },
+      [&] { return SKF_DeleteContainer(app, name); },
+  };
+  for (const auto& call : refused) EXPECT_EQ(call(), static_cast<ULONG>(SAR_NOT_EMULATED));
+}
+
+TEST_F(Applications, PinsAndTheSecureState) {
+  HAPPLICATION app = open({});
+  HAPPLICATION second = open_app(dev_);
+  enum Op { Verify, Change, Unblock, Clear };
+  const struct {
+    Op op;
+    ULONG type;  // PIN type of verify and change
+    const char* pin;
+    const char* newPin;
+    ULONG rc;
+    ULONG retries;  // checked when the answer is SAR_PIN_INCORRECT
+    ULONG state;    // SKF_GetSecureState afterwards
+  } steps[] = {
+      {Verify, USER_TYPE, kUserPin, nullptr, SAR_OK, 0, 1},
+      {Verify, USER_TYPE, "00000000", nullptr, SAR_PIN_INCORRECT, 5, 2},  // a failure logs out
+      {Verify, ADMIN_TYPE, kSoPin, nullptr, SAR_OK, 0, 0},
+      {Verify, USER_TYPE, kUserPin, nullptr, SAR_OK, 0, 1},  // the user flag alone now
+      {Verify, 2, kUserPin, nullptr, SAR_USER_TYPE_INVALID, 0, 2},
+      {Verify, USER_TYPE, kUserPin, nullptr, SAR_OK, 0, 1},
+      {Unblock, 0, "00000000", "11112222", SAR_PIN_INCORRECT, 5, 1},  // the administrator PIN's tries
+      {Unblock, 0, kSoPin, "11112222", SAR_OK, 0, 0},
+      {Verify, USER_TYPE, kUserPin, nullptr, SAR_PIN_INCORRECT, 5, 2},  // replaced
+      {Change, USER_TYPE, "11112222", kUserPin, SAR_OK, 0, 2},
+      {Change, USER_TYPE, "11112222", kUserPin, SAR_PIN_INCORRECT, 5, 2},
+      {Verify, USER_TYPE, "123", nullptr, SAR_PIN_LEN_RANGE, 0, 2},
+      {Verify, ADMIN_TYPE, kSoPin, nullptr, SAR_OK, 0, 0},
+      {Clear, 0, nullptr, nullptr, SAR_OK, 0, 2},
+  };
+  int i = 0;
+  for (const auto& s : steps) {
+    ++i;
+    std::string pin = s.pin ? s.pin : "", newPin = s.newPin ? s.newPin : "";
+    ULONG retries = 99, rc = 0;
+    switch (s.op) {
+      case Verify:
+        rc = SKF_VerifyPIN(app, s.type, &pin[0], &retries);
+        break;
+      case Change:
+        rc = SKF_ChangePIN(app, s.type, &pin[0], &newPin[0], &retries);
+        break;
+      case Unblock:
+        rc = SKF_UnblockPIN(app, &pin[0], &newPin[0], &retries);
+        break;
+      case Clear:
+        rc = SKF_ClearSecureState(app);
+        break;
+    }
+    EXPECT_EQ(rc, s.rc) << "step " << i;
+    if (rc == SAR_PIN_INCORRECT) {
+      EXPECT_EQ(retries, s.retries) << "step " << i;
+    }
+    ULONG state = 99;
+    ASSERT_EQ(SKF_GetSecureState(app, &state), kOk);
+    EXPECT_EQ(state, s.state) << "step " << i;
+    ASSERT_EQ(SKF_GetSecureState(second, &state), kOk);
+    EXPECT_EQ(state, 2u) << "another application's flags, step " << i;
+  }
+
+  // Six wrong tries lock the user PIN: the right one is then refused until it is unblocked.
+  ULONG retries = 0, max = 0, left = 0;
+  BOOL isDefault = TRUE;
+  char wrong[] = "00000000", right[] = "12345678", so[] = "87654321";
+  ASSERT_EQ(SKF_VerifyPIN(app, USER_TYPE, right, &retries), kOk);
+  for (ULONG expect = 5; expect != static_cast<ULONG>(-1); --expect) {
+    EXPECT_EQ(SKF_VerifyPIN(app, USER_TYPE, wrong, &retries), static_cast<ULONG>(SAR_PIN_INCORRECT));
+    EXPECT_EQ(retries, expect);
+  }
+  EXPECT_EQ(SKF_VerifyPIN(app, USER_TYPE, right, &retries), static_cast<ULONG>(SAR_PIN_INCORRECT));
+  EXPECT_EQ(retries, 0u);
+  ASSERT_EQ(SKF_GetPINInfo(app, USER_TYPE, &max, &left, &isDefault), kOk);
+  EXPECT_EQ(max, 6u);
+  EXPECT_EQ(left, 0u);
+  EXPECT_EQ(isDefault, FALSE);
+  ASSERT_EQ(SKF_UnblockPIN(app, so, right, &retries), kOk);
+  EXPECT_EQ(SKF_VerifyPIN(app, USER_TYPE, right, &retries), kOk);
+  ASSERT_EQ(SKF_GetPINInfo(app, USER_TYPE, &max, &left, &isDefault), kOk);
+  EXPECT_EQ(left, 6u);
+  EXPECT_EQ(SKF_GetPINInfo(app, 7, &max, &left, &isDefault), static_cast<ULONG>(SAR_USER_TYPE_INVALID));
+}
+
+TEST_F(Applications, CertificatesLandOnlyOnTheirOwnKeyPair) {
+  HAPPLICATION app = open({{"s1", S, "S", nullptr}, {"s2", E, "S", nullptr}, {"s6", S, "ONLY", nullptr}});
+  std::string s1 = container_data("s1.crt"), s2 = container_data("s2.crt");
+  HCONTAINER one = open_container(app, "S"), two = open_container(app, "S");
+  HCONTAINER only = open_container(app, "ONLY");
+  char pin[] = "12345678";
+  ULONG retries = 0, rc = 0;
+  ASSERT_EQ(SKF_VerifyPIN(app, USER_TYPE, pin, &retries), kOk);  // the token keeps certificates after login
+
+  auto import = [](HCONTAINER c, BOOL sign, std::string& der) {
+    return SKF_ImportCertificate(c, sign, reinterpret_cast<BYTE*>(&der[0]), static_cast<ULONG>(der.size()));
+  };
+  EXPECT_EQ(import(one, TRUE, s2), static_cast<ULONG>(SAR_FAIL));  // the encryption pair's certificate
+  exported(two, TRUE, &rc);
+  EXPECT_EQ(rc, static_cast<ULONG>(SAR_CERTNOTFOUNTERR));
+  EXPECT_EQ(import(only, FALSE, s1), static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
+
+  ASSERT_EQ(import(one, TRUE, s1), kOk);
+  ASSERT_EQ(import(one, FALSE, s2), kOk);
+  EXPECT_EQ(exported(two, TRUE), s1);  // read from the key pair, whichever handle imported it
+  EXPECT_EQ(exported(two, FALSE), s2);
+
+  ULONG len = static_cast<ULONG>(s1.size()) - 1;
+  std::string out(s1.size(), '\0');
+  EXPECT_EQ(SKF_ExportCertificate(one, TRUE, reinterpret_cast<BYTE*>(&out[0]), &len),
+            static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  EXPECT_EQ(len, s1.size());
+  std::string garbage = "not a certificate";
+  EXPECT_EQ(import(one, TRUE, garbage), static_cast<ULONG>(SAR_FAIL));
+  EXPECT_EQ(exported(one, TRUE), s1);
+}
+
+// Closing a parent closes what was opened under it: the handles are refused, never used.
+TEST_F(Applications, ClosingAParentClosesItsChildren) {
+  HAPPLICATION app = open({{"s1", S, "S", nullptr}});
+  HCONTAINER c = open_container(app, "S");
+  ULONG type = 0, state = 0;
+  ASSERT_EQ(SKF_CloseApplication(app), kOk);
+  EXPECT_EQ(SKF_GetContainerType(c, &type), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  EXPECT_EQ(SKF_CloseApplication(app), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+
+  HAPPLICATION app2 = open_app(dev_);
+  HCONTAINER c2 = open_container(app2, "S");
+  ASSERT_EQ(SKF_DisConnectDev(dev_), kOk);
+  connected_.clear();
+  EXPECT_EQ(SKF_GetSecureState(app2, &state), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  EXPECT_EQ(SKF_GetContainerType(c2, &type), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+}
+
+// Every export of applications, PINs, containers and certificates refuses a handle that is not
+// a live record of its kind.
+TEST_F(Applications, ClosedUnknownAndWrongKindHandlesAreRefused) {
+  HAPPLICATION app = open({{"s1", S, "S", nullptr}});
+  HCONTAINER container = open_container(app, "S");
+  HAPPLICATION closedApp = open_app(dev_);
+  HCONTAINER closedContainer = open_container(app, "S");
+  ASSERT_EQ(SKF_CloseApplication(closedApp), kOk);
+  ASSERT_EQ(SKF_CloseContainer(closedContainer), kOk);
+  static int notARecord[256];
+  BYTE buf[64] = {};
+  ULONG n = sizeof buf, m = 0, k = 0;
+  BOOL b = FALSE;
+  char text[] = "x";
+  HANDLE out = nullptr;
+  const std::function<ULONG(HANDLE)> onApplication[] = {
+      [&](HANDLE h) { return SKF_CloseApplication(h); },
+      [&](HANDLE h) { return SKF_VerifyPIN(h, USER_TYPE, text, &n); },
+      [&](HANDLE h) { return SKF_ChangePIN(h, USER_TYPE, text, text, &n); },
+      [&](HANDLE h) { return SKF_UnblockPIN(h, text, text, &n); },
+      [&](HANDLE h) { return SKF_GetPINInfo(h, USER_TYPE, &n, &m, &b); },
+      [&](HANDLE h) { return SKF_GetSecureState(h, &n); },
+      [&](HANDLE h) { return SKF_ClearSecureState(h); },
+      [&](HANDLE h) { return SKF_CreateContainer(h, text, &out); },
+      [&](HANDLE h) { return SKF_DeleteContainer(h, text); },
+      [&](HANDLE h) { return SKF_EnumContainer(h, nullptr, &n); },
+      [&](HANDLE h) { return SKF_OpenContainer(h, text, &out); },
+  };
+  const std::function<ULONG(HANDLE)> onContainer[] = {
+      [&](HANDLE h) { return SKF_CloseContainer(h); },
+      [&](HANDLE h) { return SKF_GetContainerType(h, &k); },
+      [&](HANDLE h) { return SKF_ImportCertificate(h, TRUE, buf, 16); },
+      [&](HANDLE h) { return SKF_ExportCertificate(h, TRUE, nullptr, &n); },
+  };
+  const std::function<ULONG(HANDLE)> onDevice[] = {
+      [&](HANDLE h) { return SKF_OpenApplication(h, text, &out); },
+      [&](HANDLE h) { return SKF_EnumApplication(h, nullptr, &n); },
+      [&](HANDLE h) { return SKF_CreateApplication(h, text, text, 6, text, 6, 1, &out); },
+      [&](HANDLE h) { return SKF_DeleteApplication(h, text); },
+  };
+  auto refused = [&](const auto& exports, std::vector<HANDLE> handles, const char* family) {
+    for (HANDLE h : handles) {
+      int i = 0;
+      for (const auto& call : exports)
+        EXPECT_EQ(call(h), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << family << " " << i++;
+    }
+  };
+  refused(onApplication, {closedApp, notARecord, container, dev_}, "application export");
+  refused(onContainer, {closedContainer, notARecord, app, dev_}, "container export");
+  refused(onDevice, {app, container, notARecord}, "device export");
+  EXPECT_EQ(SKF_GetContainerType(container, &k), kOk);  // the live ones untouched
+}
+
+}  // namespace
+}  // namespace device
