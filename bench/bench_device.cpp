@@ -4,7 +4,7 @@
 // type, each holding 1 MiB of data objects (listing must not read them); SKF_OpenApplication +
 // SKF_CloseApplication of 8 full containers against reading their key pairs, labels and
 // certificates; SKF_VerifyPIN with the default key derivation against VorelPKICryptoVerifyPwd.
-// Run from the binaries' folder (it reads testdata/containers).
+// Run from the binaries' folder (it reads testdata/device).
 #include <benchmark/benchmark.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -129,7 +129,7 @@ void Ours_VerifyPIN(benchmark::State& state) {
 BENCHMARK(Ours_VerifyPIN)->Unit(benchmark::kMillisecond);
 
 std::string read_data(const std::string& name) {
-  std::string path = "testdata/containers/" + name, data;
+  std::string path = "testdata/device/" + name, data;
   if (FILE* f = std::fopen(path.c_str(), "rb")) {
     char buf[4096];
     for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) data.append(buf, n);

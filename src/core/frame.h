@@ -181,6 +181,20 @@ ULONG publish_record(const std::shared_ptr<T>& record, const void* parent, HANDL
   return publish_record(record, parent, out, [] {});
 }
 
+// On the vendor route: the vendor makes a key, hash or MAC handle into its last argument, and a
+// new handle record of that kind under parent wraps it.
+template <class Fn, class... Args>
+ULONG wrap_vendor_handle(const ExportCall& call, const SkfDll& dll, Fn SkfDll::*entry, int32_t type, uint32_t kind,
+                         const void* parent, HANDLE* out, Args&&... args) {
+  auto record = new_record<HandleRecord>(type, kind, parent);
+  ULONG rc = call.vendor_call(dll, entry, std::forward<Args>(args)..., &record->vendorHandle);
+  if (rc != SAR_OK) return rc;
+  HANDLE vendorHandle = record->vendorHandle;
+  return publish_record(record, parent, out, [&dll, vendorHandle] {
+    if (dll.SKF_CloseHandle) dll.SKF_CloseHandle(vendorHandle);
+  });
+}
+
 // Closes a handle and what was opened under it. On a vendor-served type the vendor closes its
 // own handle first, and a vendor that refuses keeps ours open so that the caller may try again.
 template <class Fn>

@@ -55,7 +55,8 @@ HandleRecord::~HandleRecord() {
     case kSessionKey:
       if (auto* key = static_cast<SymmKeyRecord*>(payload)) {
         VorelPKICryptoFreeCipher(key->cipher);
-        vorel_cleanse(key->key, sizeof key->key);
+        VorelPKICryptoFreeDevice(key->owner);
+        vorel_cleanse(key, sizeof *key);
         vorel_free(key);
       }
       break;
@@ -65,6 +66,7 @@ HandleRecord::~HandleRecord() {
     case kMac:
       if (auto* mac = static_cast<MacRecord*>(payload)) {
         VorelPKICryptoFreeCipher(mac->cipher);
+        vorel_cleanse(mac, sizeof *mac);
         vorel_free(mac);
       }
       break;

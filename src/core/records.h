@@ -100,9 +100,9 @@ struct ContainerRecord {
   HCONTAINER vendorContainer = nullptr;
 };
 
-// Payload of a session key handle.
+// Payload of a session key handle (kind 1).
 struct SymmKeyRecord {
-  VOREL_DEVICE* owner;
+  VOREL_DEVICE* owner;  // a reference of the key's own to its device
   VOREL_CIPHER* cipher;
   uint8_t key[32];
   uint32_t keyLen;
@@ -112,7 +112,7 @@ struct SymmKeyRecord {
   uint32_t finalLen;
 };
 
-// Payload of a MAC handle.
+// Payload of a MAC handle (kind 4). A hash handle (kind 2) carries the VOREL_HASH itself.
 struct MacRecord {
   VOREL_CIPHER* cipher;
   uint8_t lastBlock[16];
@@ -124,9 +124,11 @@ struct HandleRecord {
   HANDLE vendorHandle;  // vendor route
   uint32_t kind;        // HandleKind
   void* payload;        // crypto-library route; freed by kind with the record
+  const void* parent;   // the device or container handle it was made under
+  std::mutex mutex;     // one operation at a time on the handle's state
 
-  HandleRecord(int32_t deviceType, uint32_t handleKind)
-      : type(deviceType), vendorHandle(nullptr), kind(handleKind), payload(nullptr) {}
+  HandleRecord(int32_t deviceType, uint32_t handleKind, const void* parentHandle = nullptr)
+      : type(deviceType), vendorHandle(nullptr), kind(handleKind), payload(nullptr), parent(parentHandle) {}
   ~HandleRecord();
   HandleRecord(const HandleRecord&) = delete;
   HandleRecord& operator=(const HandleRecord&) = delete;

@@ -1,10 +1,12 @@
 // Session keys, block ciphers, digests, MACs, random bytes and handle release.
+#include "core/device/ciphers.h"
 #include "core/device/device.h"
+#include "core/device/digests.h"
+#include "core/device/mac.h"
+#include "core/device/session_keys.h"
 #include "core/frame.h"
 
 using namespace vorel;
-
-// A failed check of the block-cipher exports answers SAR_INVALIDHANDLEERR.
 
 extern "C" {
 
@@ -43,7 +45,13 @@ ULONG DEVAPI SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYTE* pb
     VOREL_VALIDATE(call, call.pointer("hContainer", hContainer) && call.id("ulAlgId", ulAlgId) &&
                              call.bytes("pbWrapedData", pbWrapedData, "ulWrapedLen", ulWrapedLen) &&
                              call.pointer("phKey", phKey));
-    return call.not_implemented();
+    auto container = find_record<ContainerRecord>(hContainer);
+    if (!container) return call.invalid_handle("hContainer");
+    int32_t type = static_cast<int32_t>(container->type);
+    if (auto dll = vendor_module(type))
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_ImportSessionKey, type, kSessionKey, hContainer,
+                                            phKey, container->vendorContainer, ulAlgId, pbWrapedData, ulWrapedLen));
+    return call.finish(import_session_key(call, *container, hContainer, ulAlgId, pbWrapedData, ulWrapedLen, phKey));
   });
 }
 
@@ -51,15 +59,27 @@ ULONG DEVAPI SKF_SetSymmKey(DEVHANDLE hDev, BYTE* pbKey, ULONG ulAlgID, HANDLE* 
   return run_export("SKF_SetSymmKey", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hDev", hDev) && call.pointer("pbKey", pbKey) && call.id("ulAlgID", ulAlgID) &&
                              call.pointer("phKey", phKey));
-    return call.not_implemented();
+    _log("pbKey", pbKey, 16, true);
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    if (auto dll = vendor_module(device->type))
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_SetSymmKey, device->type, kSessionKey, hDev, phKey,
+                                            device->vendorDevice, pbKey, ulAlgID));
+    return call.finish(set_symm_key(*device, hDev, pbKey, ulAlgID, phKey));
   });
 }
+
+// The block-cipher exports answer SAR_INVALIDHANDLEERR for any failed check.
 
 ULONG DEVAPI SKF_EncryptInit(HANDLE hKey, BLOCKCIPHERPARAM EncryptParam) {
   return run_export("SKF_EncryptInit", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("(unsigned char*)&EncryptParam", &EncryptParam,
                                                                   "sizeof(EncryptParam)", sizeof(EncryptParam)));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_EncryptInit, key->vendorHandle, EncryptParam);
+    return call.finish(CipherInit(*key, EncryptParam, 1));
   });
 }
 
@@ -68,7 +88,12 @@ ULONG DEVAPI SKF_Encrypt(HANDLE hKey, BYTE* pbData, ULONG ulDataLen, BYTE* pbEnc
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("pulEncryptedLen", pulEncryptedLen));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_Encrypt, key->vendorHandle, pbData, ulDataLen, pbEncryptedData,
+                          pulEncryptedLen);
+    return call.finish(Cipher(*key, pbData, ulDataLen, pbEncryptedData, pulEncryptedLen));
   });
 }
 
@@ -78,7 +103,12 @@ ULONG DEVAPI SKF_EncryptUpdate(HANDLE hKey, BYTE* pbData, ULONG ulDataLen, BYTE*
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("pulEncryptedLen", pulEncryptedLen));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_EncryptUpdate, key->vendorHandle, pbData, ulDataLen, pbEncryptedData,
+                          pulEncryptedLen);
+    return call.finish(CipherUpdate(*key, pbData, ulDataLen, pbEncryptedData, pulEncryptedLen));
   });
 }
 
@@ -86,7 +116,11 @@ ULONG DEVAPI SKF_EncryptFinal(HANDLE hKey, BYTE* pbEncryptedData, ULONG* pulEncr
   return run_export("SKF_EncryptFinal", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("ulEncryptedDataLen", pulEncryptedDataLen));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_EncryptFinal, key->vendorHandle, pbEncryptedData, pulEncryptedDataLen);
+    return call.finish(CipherFinal(*key, pbEncryptedData, pulEncryptedDataLen));
   });
 }
 
@@ -94,7 +128,11 @@ ULONG DEVAPI SKF_DecryptInit(HANDLE hKey, BLOCKCIPHERPARAM DecryptParam) {
   return run_export("SKF_DecryptInit", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("(unsigned char*)&DecryptParam", &DecryptParam,
                                                                   "sizeof(DecryptParam)", sizeof(DecryptParam)));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_DecryptInit, key->vendorHandle, DecryptParam);
+    return call.finish(CipherInit(*key, DecryptParam, 0));
   });
 }
 
@@ -103,7 +141,12 @@ ULONG DEVAPI SKF_Decrypt(HANDLE hKey, BYTE* pbEncryptedData, ULONG ulEncryptedLe
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) &&
                              call.bytes("pbEncryptedData", pbEncryptedData, "ulEncryptedLen", ulEncryptedLen) &&
                              call.pointer("pbData", pbData) && call.pointer("pulDataLen", pulDataLen));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_Decrypt, key->vendorHandle, pbEncryptedData, ulEncryptedLen, pbData,
+                          pulDataLen);
+    return call.finish(Cipher(*key, pbEncryptedData, ulEncryptedLen, pbData, pulDataLen));
   });
 }
 
@@ -113,7 +156,12 @@ ULONG DEVAPI SKF_DecryptUpdate(HANDLE hKey, BYTE* pbEncryptedData, ULONG ulEncry
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) &&
                              call.bytes("pbEncryptedData", pbEncryptedData, "ulEncryptedLen", ulEncryptedLen) &&
                              call.pointer("pbData", pbData) && call.pointer("pulDataLen", pulDataLen));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_DecryptUpdate, key->vendorHandle, pbEncryptedData, ulEncryptedLen, pbData,
+                          pulDataLen);
+    return call.finish(CipherUpdate(*key, pbEncryptedData, ulEncryptedLen, pbData, pulDataLen));
   });
 }
 
@@ -121,36 +169,58 @@ ULONG DEVAPI SKF_DecryptFinal(HANDLE hKey, BYTE* pbDecryptedData, ULONG* pulDecr
   return run_export("SKF_DecryptFinal", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.pointer("pbDecryptedData", pbDecryptedData) &&
                              call.pointer("pulDecryptedDataLen", pulDecryptedDataLen));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.forward(*dll, &SkfDll::SKF_DecryptFinal, key->vendorHandle, pbDecryptedData, pulDecryptedDataLen);
+    return call.finish(CipherFinal(*key, pbDecryptedData, pulDecryptedDataLen));
   });
 }
 
-ULONG DEVAPI SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB*, unsigned char*, ULONG, HANDLE* phHash) {
+ULONG DEVAPI SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB* pPubKey, unsigned char* pucID,
+                            ULONG ulIDLen, HANDLE* phHash) {
   return run_export("SKF_DigestInit", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hDev", hDev) && call.id("ulAlgID", ulAlgID) && call.pointer("phHash", phHash));
-    return call.not_implemented();
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    if (auto dll = vendor_module(device->type))
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_DigestInit, device->type, kHash, hDev, phHash,
+                                            device->vendorDevice, ulAlgID, pPubKey, pucID, ulIDLen));
+    return call.finish(digest_init(call, *device, hDev, ulAlgID, pPubKey, pucID, ulIDLen, phHash));
   });
 }
 
-ULONG DEVAPI SKF_Digest(HANDLE hHash, BYTE* pbData, ULONG ulDataLen, BYTE*, ULONG* pulHashLen) {
+ULONG DEVAPI SKF_Digest(HANDLE hHash, BYTE* pbData, ULONG ulDataLen, BYTE* pbHashData, ULONG* pulHashLen) {
   return run_export("SKF_Digest", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hHash", hHash) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pulHashLen", pulHashLen));
-    return call.not_implemented();
+    auto hash = find_handle(hHash);
+    if (!hash) return call.invalid_handle("hHash");
+    if (auto dll = vendor_module(hash->type))
+      return call.forward(*dll, &SkfDll::SKF_Digest, hash->vendorHandle, pbData, ulDataLen, pbHashData, pulHashLen);
+    return call.finish(digest(call, *hash, pbData, ulDataLen, pbHashData, pulHashLen));
   });
 }
 
 ULONG DEVAPI SKF_DigestUpdate(HANDLE hHash, BYTE* pbData, ULONG ulDataLen) {
   return run_export("SKF_DigestUpdate", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hHash", hHash) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen));
-    return call.not_implemented();
+    auto hash = find_handle(hHash);
+    if (!hash) return call.invalid_handle("hHash");
+    if (auto dll = vendor_module(hash->type))
+      return call.forward(*dll, &SkfDll::SKF_DigestUpdate, hash->vendorHandle, pbData, ulDataLen);
+    return call.finish(digest_update(call, *hash, pbData, ulDataLen));
   });
 }
 
-ULONG DEVAPI SKF_DigestFinal(HANDLE hHash, BYTE*, ULONG* pulHashLen) {
+ULONG DEVAPI SKF_DigestFinal(HANDLE hHash, BYTE* pHashData, ULONG* pulHashLen) {
   return run_export("SKF_DigestFinal", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hHash", hHash) && call.pointer("pulHashLen", pulHashLen));
-    return call.not_implemented();
+    auto hash = find_handle(hHash);
+    if (!hash) return call.invalid_handle("hHash");
+    if (auto dll = vendor_module(hash->type))
+      return call.forward(*dll, &SkfDll::SKF_DigestFinal, hash->vendorHandle, pHashData, pulHashLen);
+    return call.finish(digest_final(call, *hash, pHashData, pulHashLen));
   });
 }
 
@@ -158,29 +228,46 @@ ULONG DEVAPI SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM* pMacParam, HANDLE* phMac
   return run_export("SKF_MacInit", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call,
                    call.pointer("hKey", hKey) && call.pointer("pMacParam", pMacParam) && call.pointer("phMac", phMac));
-    return call.not_implemented();
+    auto key = find_handle(hKey);
+    if (!key) return call.invalid_handle("hKey");
+    if (auto dll = vendor_module(key->type))
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_MacInit, key->type, kMac, key->parent, phMac,
+                                            key->vendorHandle, pMacParam));
+    return call.finish(mac_init(call, *key, *pMacParam, phMac));
   });
 }
 
-ULONG DEVAPI SKF_Mac(HANDLE hMac, BYTE* pbData, ULONG ulDataLen, BYTE*, ULONG* pulMacLen) {
+ULONG DEVAPI SKF_Mac(HANDLE hMac, BYTE* pbData, ULONG ulDataLen, BYTE* pbMacData, ULONG* pulMacLen) {
   return run_export("SKF_Mac", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hMac", hMac) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pulMacLen", pulMacLen));
-    return call.not_implemented();
+    auto handle = find_handle(hMac);
+    if (!handle) return call.invalid_handle("hMac");
+    if (auto dll = vendor_module(handle->type))
+      return call.forward(*dll, &SkfDll::SKF_Mac, handle->vendorHandle, pbData, ulDataLen, pbMacData, pulMacLen);
+    return call.finish(mac(call, *handle, pbData, ulDataLen, pbMacData, pulMacLen));
   });
 }
 
 ULONG DEVAPI SKF_MacUpdate(HANDLE hMac, BYTE* pbData, ULONG ulDataLen) {
   return run_export("SKF_MacUpdate", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hMac", hMac) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen));
-    return call.not_implemented();
+    auto handle = find_handle(hMac);
+    if (!handle) return call.invalid_handle("hMac");
+    if (auto dll = vendor_module(handle->type))
+      return call.forward(*dll, &SkfDll::SKF_MacUpdate, handle->vendorHandle, pbData, ulDataLen);
+    return call.finish(mac_update(call, *handle, pbData, ulDataLen));
   });
 }
 
-ULONG DEVAPI SKF_MacFinal(HANDLE hMac, BYTE*, ULONG* pulMacDataLen) {
+ULONG DEVAPI SKF_MacFinal(HANDLE hMac, BYTE* pbMacData, ULONG* pulMacDataLen) {
   return run_export("SKF_MacFinal", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hMac", hMac) && call.pointer("pulMacDataLen", pulMacDataLen));
-    return call.not_implemented();
+    auto handle = find_handle(hMac);
+    if (!handle) return call.invalid_handle("hMac");
+    if (auto dll = vendor_module(handle->type))
+      return call.forward(*dll, &SkfDll::SKF_MacFinal, handle->vendorHandle, pbMacData, pulMacDataLen);
+    return call.finish(mac_final(call, *handle, pbMacData, pulMacDataLen));
   });
 }
 

@@ -1,5 +1,8 @@
 #include "device_suite.h"
 
+#include <cstring>
+
+#include "crypto/der.h"
 #include "vorel/vorel_crypto.h"
 
 namespace device {
@@ -31,7 +34,7 @@ void DeviceTest::make_token(int type, const std::string& serial, const std::stri
     EXPECT_EQ(VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, kUserPin, &retries), VOREL_OK);
   }
   for (const KeySpec& k : keys) {
-    std::string der = container_data(std::string(k.key) + ".der");
+    std::string der = device_data(std::string(k.key) + ".der");
     VOREL_KEYPAIR* kp = nullptr;
     EXPECT_EQ(
         VorelPKICryptoImportKeypair(d, reinterpret_cast<const unsigned char*>(der.data()), der.size(), k.type, &kp),
@@ -39,7 +42,7 @@ void DeviceTest::make_token(int type, const std::string& serial, const std::stri
         << k.key;
     EXPECT_EQ(VorelPKICryptoSetKeypairLabel(kp, k.label), VOREL_OK);
     if (k.cert) {
-      std::string crt = container_data(std::string(k.cert) + ".crt");
+      std::string crt = device_data(std::string(k.cert) + ".crt");
       VOREL_CERT* cert = VorelPKICertNewCert(reinterpret_cast<const unsigned char*>(crt.data()), crt.size());
       EXPECT_EQ(VorelPKICryptoUpdateCertificate(kp, cert), VOREL_OK) << k.cert;
       VorelPKICertFreeCert(cert);
@@ -50,9 +53,9 @@ void DeviceTest::make_token(int type, const std::string& serial, const std::stri
   VorelPKICryptoFreeDevice(d);
 }
 
-std::string container_data(const std::string& name) {
-  std::string data = testsupport::read_file("testdata/containers/" + name);
-  EXPECT_FALSE(data.empty()) << "testdata/containers/" << name << " (run from the binaries' folder)";
+std::string device_data(const std::string& name) {
+  std::string data = testsupport::read_file("testdata/device/" + name);
+  EXPECT_FALSE(data.empty()) << "testdata/device/" << name << " (run from the binaries' folder)";
   return data;
 }
 
@@ -86,6 +89,32 @@ std::string vendor_entry(int type, const std::string& pidvids) {
 std::string empty_vendor_entry(int type) {
   return R"({"name":"EMPTY","type":)" + std::to_string(type) + R"(,"isskf":true,"dllpath":")" +
          testsupport::json_escape(testsupport::module_path(VENDOR_EMPTY)) + R"("})";
+}
+
+Bytes unhex(const std::string& hex) {
+  Bytes out;
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+    out.push_back(static_cast<BYTE>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+  return out;
+}
+
+Bytes ecc_cipher_blob(const std::string& der) {
+  using namespace vorel::crypto::der;
+  Reader top(reinterpret_cast<const unsigned char*>(der.data()), der.size()), seq;
+  const unsigned char *x, *y, *hash, *c2;
+  std::size_t xn, yn, hn, c2n;
+  EXPECT_TRUE(top.next(kSequence, seq) && seq.integer(&x, &xn) && seq.integer(&y, &yn) &&
+              seq.next(kOctetString, &hash, &hn) && seq.next(kOctetString, &c2, &c2n) && hn == 32 && xn <= 32 &&
+              yn <= 32);
+  Bytes blob(sizeof(ECCCIPHERBLOB) + c2n, 0);
+  std::memcpy(blob.data() + offsetof(ECCCIPHERBLOB, XCoordinate) + 64 - xn, x, xn);
+  std::memcpy(blob.data() + offsetof(ECCCIPHERBLOB, YCoordinate) + 64 - yn, y, yn);
+  std::memcpy(blob.data() + offsetof(ECCCIPHERBLOB, HASH), hash, 32);
+  ULONG cipherLen = static_cast<ULONG>(c2n);
+  std::memcpy(blob.data() + offsetof(ECCCIPHERBLOB, CipherLen), &cipherLen, sizeof cipherLen);
+  std::memcpy(blob.data() + offsetof(ECCCIPHERBLOB, Cipher), c2, c2n);
+  blob.resize(offsetof(ECCCIPHERBLOB, Cipher) + c2n);
+  return blob;
 }
 
 }  // namespace device

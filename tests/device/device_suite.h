@@ -22,7 +22,7 @@ constexpr ULONG kOk = SAR_OK;
 constexpr const char* kUserPin = "12345678";
 constexpr const char* kSoPin = "87654321";
 
-// A key pair to put on a token: files of testdata/containers, type VOREL_KEYPAIR_SIGN or
+// A key pair to put on a token: files of testdata/device, type VOREL_KEYPAIR_SIGN or
 // VOREL_KEYPAIR_ENCRYPT, a label, a certificate file or nullptr.
 struct KeySpec {
   const char* key;
@@ -32,7 +32,7 @@ struct KeySpec {
 };
 
 // A file of the container test data (keys and certificates made by openssl at build time).
-std::string container_data(const std::string& name);
+std::string device_data(const std::string& name);
 
 class DeviceTest : public ::testing::Test {
  protected:
@@ -60,5 +60,11 @@ std::string vendor_entry(int type, const std::string& pidvids = R"(["VID_1234"])
 std::string empty_vendor_entry(int type);
 
 std::vector<std::string> split_names(const char* list, ULONG size);
+
+using Bytes = std::vector<BYTE>;
+inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
+Bytes unhex(const std::string& hex);
+// An ECCCIPHERBLOB (with its CipherLen bytes) of the DER SM2 ciphertext openssl writes.
+Bytes ecc_cipher_blob(const std::string& der);
 
 }  // namespace device

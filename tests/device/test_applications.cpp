@@ -242,7 +242,7 @@ TEST_F(Applications, PinsAndTheSecureState) {
 
 TEST_F(Applications, CertificatesLandOnlyOnTheirOwnKeyPair) {
   HAPPLICATION app = open({{"s1", S, "S", nullptr}, {"s2", E, "S", nullptr}, {"s6", S, "ONLY", nullptr}});
-  std::string s1 = container_data("s1.crt"), s2 = container_data("s2.crt");
+  std::string s1 = device_data("s1.crt"), s2 = device_data("s2.crt");
   HCONTAINER one = open_container(app, "S"), two = open_container(app, "S");
   HCONTAINER only = open_container(app, "ONLY");
   char pin[] = "12345678";

@@ -21,6 +21,39 @@ class VendorDevices : public DeviceTest {
   // The handle the vendor gave out for our device: the one its SKF_GetDevInfo received.
   uint64_t vendor_handle() { return vendor_->last("SKF_GetDevInfo").at(0); }
 
+  // An export's call on the vendor route: what its vendor function must receive first (the
+  // vendor's handle, then the caller's arguments) and, when not empty, its first text argument.
+  struct Forwarded {
+    const char* name;
+    std::function<ULONG()> call;
+    std::vector<uint64_t> args;
+    const char* text = nullptr;
+  };
+  // Each call reaches the vendor as described, and a vendor failure comes back unchanged, logged.
+  void expect_forwarded(const std::vector<Forwarded>& cases, ULONG firstCode, HANDLE* out = nullptr) {
+    ULONG code = firstCode;
+    for (const Forwarded& c : cases) {
+      ASSERT_EQ(c.call(), kOk) << c.name;
+      std::vector<uint64_t> got = vendor_->last(c.name);
+      ASSERT_GE(got.size(), c.args.size()) << c.name;
+      EXPECT_EQ(std::vector<uint64_t>(got.begin(), got.begin() + c.args.size()), c.args) << c.name;
+      if (c.text) {
+        EXPECT_EQ(vendor_->text(c.name), c.text) << c.name;
+      }
+      vendor_->answer(c.name, ++code);
+      auto log = log_file();
+      if (out) *out = reinterpret_cast<HANDLE>(0x5);
+      EXPECT_EQ(c.call(), code) << c.name;
+      if (out) {
+        EXPECT_EQ(*out, reinterpret_cast<HANDLE>(0x5)) << c.name << ": no handle for a refused call";
+      }
+      char expected[96];
+      std::snprintf(expected, sizeof expected, "[ERROR] [%s] %s fail, error : 0x%08x", c.name, c.name, code);
+      EXPECT_NE(log.since().find(expected), std::string::npos) << expected;
+      vendor_->answer(c.name, SAR_OK);
+    }
+  }
+
   std::unique_ptr<testsupport::Recorder> vendor_;
 };
 
@@ -38,41 +71,21 @@ TEST_F(VendorDevices, EveryDeviceExportReachesTheVendorWithItsOwnHandle) {
   BYTE buf[32] = {};
   ULONG len = sizeof buf, state = 0;
   char label[] = "new label", other[] = "7#OTHER";
-  const struct {
-    const char* name;
-    std::function<ULONG()> call;
-    std::vector<uint64_t> args;  // empty: checked by text
-    const char* text;
-  } cases[] = {
-      {"SKF_GenRandom", [&] { return SKF_GenRandom(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
-      {"SKF_SetLabel", [&] { return SKF_SetLabel(h, label); }, {vh, arg(label)}, "new label"},
-      {"SKF_LockDev", [&] { return SKF_LockDev(h, 1234); }, {vh, 1234}, nullptr},
-      {"SKF_UnlockDev", [&] { return SKF_UnlockDev(h); }, {vh}, nullptr},
-      {"SKF_Transmit",
-       [&] { return SKF_Transmit(h, buf, 4, buf + 8, &len); },
-       {vh, arg(buf), 4, arg(buf + 8), arg(&len)},
-       nullptr},
-      {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
-      {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
-      {"SKF_GetDevState", [&] { return SKF_GetDevState(other, &state); }, {}, "OTHER"},  // the own name only
-  };
-  ULONG code = 0x0B000100;
-  for (const auto& c : cases) {
-    ASSERT_EQ(c.call(), kOk) << c.name;
-    if (!c.args.empty()) {
-      EXPECT_EQ(vendor_->last(c.name), c.args) << c.name;
-    }
-    if (c.text) {
-      EXPECT_EQ(vendor_->text(c.name), c.text) << c.name;
-    }
-    vendor_->answer(c.name, ++code);
-    auto log = log_file();
-    EXPECT_EQ(c.call(), code) << c.name;
-    char expected[96];
-    std::snprintf(expected, sizeof expected, "[ERROR] [%s] %s fail, error : 0x%08x", c.name, c.name, code);
-    EXPECT_NE(log.since().find(expected), std::string::npos) << expected;
-    vendor_->answer(c.name, SAR_OK);
-  }
+  expect_forwarded(
+      {
+          {"SKF_GenRandom", [&] { return SKF_GenRandom(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
+          {"SKF_SetLabel", [&] { return SKF_SetLabel(h, label); }, {vh, arg(label)}, "new label"},
+          {"SKF_LockDev", [&] { return SKF_LockDev(h, 1234); }, {vh, 1234}, nullptr},
+          {"SKF_UnlockDev", [&] { return SKF_UnlockDev(h); }, {vh}, nullptr},
+          {"SKF_Transmit",
+           [&] { return SKF_Transmit(h, buf, 4, buf + 8, &len); },
+           {vh, arg(buf), 4, arg(buf + 8), arg(&len)},
+           nullptr},
+          {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
+          {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
+          {"SKF_GetDevState", [&] { return SKF_GetDevState(other, &state); }, {}, "OTHER"},  // the own name only
+      },
+      0x0B000100);
 
   // A refused disconnect keeps the handle; the next one closes it on both sides.
   vendor_->answer("SKF_DisConnectDev", 0x0B000200);
@@ -202,51 +215,39 @@ TEST_F(VendorDevices, ObjectsUnderADeviceUseTheVendorsHandles) {
   BOOL b = FALSE;
   HANDLE out = nullptr;
   using Args = std::vector<uint64_t>;
-  const struct {
-    const char* name;
-    std::function<ULONG()> call;
-    Args args;  // leading arguments, vendor handle first
-  } cases[] = {
-      {"SKF_EnumApplication", [&] { return SKF_EnumApplication(dev, appName, &n); }, {vdev, arg(appName), arg(&n)}},
-      {"SKF_DeleteApplication", [&] { return SKF_DeleteApplication(dev, appName); }, {vdev, arg(appName)}},
-      {"SKF_CreateApplication",
-       [&] { return SKF_CreateApplication(dev, appName, pin, 6, other, 5, 0xFF, &out); },
-       {vdev, arg(appName), arg(pin), 6, arg(other), 5, 0xFF}},
-      {"SKF_VerifyPIN", [&] { return SKF_VerifyPIN(app, USER_TYPE, pin, &n); }, {vapp, USER_TYPE, arg(pin), arg(&n)}},
-      {"SKF_ChangePIN",
-       [&] { return SKF_ChangePIN(app, ADMIN_TYPE, pin, other, &n); },
-       {vapp, ADMIN_TYPE, arg(pin), arg(other), arg(&n)}},
-      {"SKF_UnblockPIN", [&] { return SKF_UnblockPIN(app, pin, other, &n); }, {vapp, arg(pin), arg(other), arg(&n)}},
-      {"SKF_GetPINInfo",
-       [&] { return SKF_GetPINInfo(app, USER_TYPE, &n, &m, &b); },
-       {vapp, USER_TYPE, arg(&n), arg(&m), arg(&b)}},
-      {"SKF_GetSecureState", [&] { return SKF_GetSecureState(app, &n); }, {vapp, arg(&n)}},
-      {"SKF_ClearSecureState", [&] { return SKF_ClearSecureState(app); }, {vapp}},
-      {"SKF_EnumContainer", [&] { return SKF_EnumContainer(app, cname, &n); }, {vapp, arg(cname), arg(&n)}},
-      {"SKF_DeleteContainer", [&] { return SKF_DeleteContainer(app, cname); }, {vapp, arg(cname)}},
-      {"SKF_CreateContainer", [&] { return SKF_CreateContainer(app, cname, &out); }, {vapp, arg(cname)}},
-      {"SKF_GetContainerType", [&] { return SKF_GetContainerType(container, &k); }, {vcon, arg(&k)}},
-      {"SKF_ImportCertificate",
-       [&] { return SKF_ImportCertificate(container, TRUE, buf, 16); },
-       {vcon, 1, arg(buf), 16}},
-      {"SKF_ExportCertificate",
-       [&] { return SKF_ExportCertificate(container, FALSE, buf, &n); },
-       {vcon, 0, arg(buf), arg(&n)}},
-  };
-  ULONG code = 0x0B000500;
-  for (const auto& c : cases) {
-    ASSERT_EQ(c.call(), kOk) << c.name;
-    Args got = vendor_->last(c.name);
-    ASSERT_GE(got.size(), c.args.size()) << c.name;
-    EXPECT_EQ(Args(got.begin(), got.begin() + c.args.size()), c.args) << c.name;
-    vendor_->answer(c.name, ++code);
-    auto log = log_file();
-    HANDLE untouched = out = reinterpret_cast<HANDLE>(0x5);
-    EXPECT_EQ(c.call(), code) << c.name;
-    EXPECT_EQ(out, untouched) << c.name << ": no handle for a refused call";
-    EXPECT_NE(log.since().find(std::string(c.name) + " fail, error : 0x0b0005"), std::string::npos) << c.name;
-    vendor_->answer(c.name, SAR_OK);
-  }
+  expect_forwarded(
+      {
+          {"SKF_EnumApplication", [&] { return SKF_EnumApplication(dev, appName, &n); }, {vdev, arg(appName), arg(&n)}},
+          {"SKF_DeleteApplication", [&] { return SKF_DeleteApplication(dev, appName); }, {vdev, arg(appName)}},
+          {"SKF_CreateApplication",
+           [&] { return SKF_CreateApplication(dev, appName, pin, 6, other, 5, 0xFF, &out); },
+           {vdev, arg(appName), arg(pin), 6, arg(other), 5, 0xFF}},
+          {"SKF_VerifyPIN",
+           [&] { return SKF_VerifyPIN(app, USER_TYPE, pin, &n); },
+           {vapp, USER_TYPE, arg(pin), arg(&n)}},
+          {"SKF_ChangePIN",
+           [&] { return SKF_ChangePIN(app, ADMIN_TYPE, pin, other, &n); },
+           {vapp, ADMIN_TYPE, arg(pin), arg(other), arg(&n)}},
+          {"SKF_UnblockPIN",
+           [&] { return SKF_UnblockPIN(app, pin, other, &n); },
+           {vapp, arg(pin), arg(other), arg(&n)}},
+          {"SKF_GetPINInfo",
+           [&] { return SKF_GetPINInfo(app, USER_TYPE, &n, &m, &b); },
+           {vapp, USER_TYPE, arg(&n), arg(&m), arg(&b)}},
+          {"SKF_GetSecureState", [&] { return SKF_GetSecureState(app, &n); }, {vapp, arg(&n)}},
+          {"SKF_ClearSecureState", [&] { return SKF_ClearSecureState(app); }, {vapp}},
+          {"SKF_EnumContainer", [&] { return SKF_EnumContainer(app, cname, &n); }, {vapp, arg(cname), arg(&n)}},
+          {"SKF_DeleteContainer", [&] { return SKF_DeleteContainer(app, cname); }, {vapp, arg(cname)}},
+          {"SKF_CreateContainer", [&] { return SKF_CreateContainer(app, cname, &out); }, {vapp, arg(cname)}},
+          {"SKF_GetContainerType", [&] { return SKF_GetContainerType(container, &k); }, {vcon, arg(&k)}},
+          {"SKF_ImportCertificate",
+           [&] { return SKF_ImportCertificate(container, TRUE, buf, 16); },
+           {vcon, 1, arg(buf), 16}},
+          {"SKF_ExportCertificate",
+           [&] { return SKF_ExportCertificate(container, FALSE, buf, &n); },
+           {vcon, 0, arg(buf), arg(&n)}},
+      },
+      0x0B000500, &out);
 
   // Closing: the vendor's handle goes to the vendor; a refusal keeps ours usable.
   for (auto [name, handle, vendorHandle] :
@@ -260,6 +261,73 @@ TEST_F(VendorDevices, ObjectsUnderADeviceUseTheVendorsHandles) {
     EXPECT_EQ(close(), kOk) << name;
     EXPECT_EQ(vendor_->last(name), Args{vendorHandle});
     EXPECT_EQ(close(), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << name;
+  }
+}
+
+// Keys, hashes and MACs of a vendor device: records of ours around the vendor's handles.
+TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
+  DEVHANDLE dev = connect("7#FIXTURE0");
+  uint64_t vdev = vendor_handle();
+  char text[] = "C";
+  HAPPLICATION app = nullptr;
+  HCONTAINER container = nullptr;
+  ASSERT_EQ(SKF_OpenApplication(dev, text, &app), kOk);
+  ASSERT_EQ(SKF_OpenContainer(app, text, &container), kOk);
+  uint64_t vcon = vendor_->handle();
+  BYTE buf[64] = {}, id[4] = {1, 2, 3, 4};
+  ECCPUBLICKEYBLOB pub{};
+  BLOCKCIPHERPARAM param{};
+  HANDLE key = nullptr, imported = nullptr, hash = nullptr, mac = nullptr;
+  ASSERT_EQ(SKF_SetSymmKey(dev, buf, SGD_SMS4_CBC, &key), kOk);
+  uint64_t vkey = vendor_->handle();
+  EXPECT_EQ(vendor_->last("SKF_SetSymmKey").at(0), vdev);
+  ASSERT_EQ(SKF_ImportSessionKey(container, SGD_SMS4_ECB, buf, 32, &imported), kOk);
+  EXPECT_EQ(vendor_->last("SKF_ImportSessionKey"),
+            (std::vector<uint64_t>{vcon, SGD_SMS4_ECB, arg(buf), 32, vendor_->last("SKF_ImportSessionKey").at(4)}));
+  ASSERT_EQ(SKF_DigestInit(dev, SGD_SM3, &pub, id, 4, &hash), kOk);
+  uint64_t vhash = vendor_->handle();
+  EXPECT_EQ(vendor_->last("SKF_DigestInit"),
+            (std::vector<uint64_t>{vdev, SGD_SM3, arg(&pub), arg(id), 4, vendor_->last("SKF_DigestInit").at(5)}));
+  ASSERT_EQ(SKF_MacInit(key, &param, &mac), kOk);
+  uint64_t vmac = vendor_->handle();
+  EXPECT_EQ(vendor_->last("SKF_MacInit").at(0), vkey);
+  for (auto [ours, theirs] : {std::make_pair(key, vkey), std::make_pair(hash, vhash), std::make_pair(mac, vmac)})
+    EXPECT_NE(arg(ours), theirs);
+
+  ULONG n = sizeof buf;
+  using Args = std::vector<uint64_t>;
+  expect_forwarded(
+      {
+          {"SKF_EncryptInit", [&] { return SKF_EncryptInit(key, param); }, {vkey}},
+          {"SKF_Encrypt",
+           [&] { return SKF_Encrypt(key, buf, 16, buf + 16, &n); },
+           {vkey, arg(buf), 16, arg(buf + 16), arg(&n)}},
+          {"SKF_EncryptUpdate",
+           [&] { return SKF_EncryptUpdate(key, buf, 16, buf, &n); },
+           {vkey, arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_EncryptFinal", [&] { return SKF_EncryptFinal(key, buf, &n); }, {vkey, arg(buf), arg(&n)}},
+          {"SKF_DecryptInit", [&] { return SKF_DecryptInit(key, param); }, {vkey}},
+          {"SKF_Decrypt", [&] { return SKF_Decrypt(key, buf, 16, buf, &n); }, {vkey, arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_DecryptUpdate",
+           [&] { return SKF_DecryptUpdate(key, buf, 16, buf, &n); },
+           {vkey, arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_DecryptFinal", [&] { return SKF_DecryptFinal(key, buf, &n); }, {vkey, arg(buf), arg(&n)}},
+          {"SKF_Digest", [&] { return SKF_Digest(hash, buf, 16, buf, &n); }, {vhash, arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_DigestUpdate", [&] { return SKF_DigestUpdate(hash, buf, 16); }, {vhash, arg(buf), 16}},
+          {"SKF_DigestFinal", [&] { return SKF_DigestFinal(hash, buf, &n); }, {vhash, arg(buf), arg(&n)}},
+          {"SKF_Mac", [&] { return SKF_Mac(mac, buf, 16, buf, &n); }, {vmac, arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_MacUpdate", [&] { return SKF_MacUpdate(mac, buf, 16); }, {vmac, arg(buf), 16}},
+          {"SKF_MacFinal", [&] { return SKF_MacFinal(mac, buf, &n); }, {vmac, arg(buf), arg(&n)}},
+      },
+      0x0B000700);
+  // A handle the vendor gave out is closed again when ours cannot be made.
+  vendor_->answer("SKF_SetSymmKey", 0x0B000800);
+  HANDLE none = nullptr;
+  EXPECT_EQ(SKF_SetSymmKey(dev, buf, SGD_SMS4_CBC, &none), 0x0B000800u);
+  EXPECT_EQ(none, nullptr);
+  for (auto [ours, theirs] : {std::make_pair(mac, vmac), std::make_pair(hash, vhash), std::make_pair(key, vkey)}) {
+    ASSERT_EQ(SKF_CloseHandle(ours), kOk);
+    EXPECT_EQ(vendor_->last("SKF_CloseHandle"), Args{theirs});
   }
 }
 
