@@ -15,11 +15,11 @@ cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/linux -j"$jobs"
 ctest --test-dir build/linux --output-on-failure
 
-echo "== Linux (libgcrypt): the crypto library and tokens with the other implementation"
+echo "== Linux (libgcrypt): the crypto library, tokens and devices with the other implementation"
 cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPTO_BACKEND=gcrypt \
   -DVOREL_BUILD_BENCH=OFF >/dev/null
-cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests token_tests
-ctest --test-dir build/linux-gcrypt --output-on-failure -R "crypto_tests|token_tests"
+cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests token_tests device_tests
+ctest --test-dir build/linux-gcrypt --output-on-failure -R "crypto_tests|token_tests|device_tests"
 
 echo "== Fuzzing the decoders and the certificate parser (clang, libFuzzer)"
 bash scripts/fuzz.sh 10
