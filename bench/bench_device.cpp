@@ -16,6 +16,7 @@
 #include "core/frame.h"
 #include "core/lifecycle.h"
 #include "ratio.h"
+#include "scratch.h"
 
 namespace {
 
@@ -194,9 +195,8 @@ void first_listing() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  char dir[] = "/tmp/vorel-bench-XXXXXX";
-  if (!mkdtemp(dir)) return 1;
-  setenv("VOREL_TOKEN_DIR", dir, 1);
+  ScratchTokens scratch;
+  if (!scratch.ok()) return 1;
   // Tokens are made by another process, so this one starts without any of them open.
   pid_t child = fork();
   if (child == 0) {
@@ -210,8 +210,6 @@ int main(int argc, char** argv) {
   }
   int status = 0;
   if (child < 0 || waitpid(child, &status, 0) != child || status != 0) return 1;
-  // The default level: the variable unset, so DEBUG tracing is off but checked on every call.
-  unsetenv("VOREL_SKF_LOG_LEVEL");
   vorel::library_attach();
   first_listing();
   char config[] = R"({"devices":[{"type":3}]})";
@@ -227,6 +225,5 @@ int main(int argc, char** argv) {
   SKF_DisConnectDev(g_full);
   SKF_DisConnectDev(g_pins);
   vorel::library_detach();
-  std::system((std::string("rm -rf ") + dir).c_str());
   return 0;
 }

@@ -11,6 +11,7 @@
 #include "core/frame.h"
 #include "core/lifecycle.h"
 #include "ratio.h"
+#include "scratch.h"
 
 namespace {
 
@@ -170,10 +171,8 @@ BENCHMARK(Ours_DigestInitZ);
 }  // namespace
 
 int main(int argc, char** argv) {
-  char dir[] = "/tmp/vorel-bench-XXXXXX";
-  if (!mkdtemp(dir)) return 1;
-  setenv("VOREL_TOKEN_DIR", dir, 1);
-  unsetenv("VOREL_SKF_LOG_LEVEL");
+  ScratchTokens scratch;
+  if (!scratch.ok()) return 1;
   VOREL_DEVICE* token = nullptr;
   if (VorelPKICryptoCreateToken(3, "S00", "bench", "12345678", "12345678", 1000, &token) != VOREL_OK) return 1;
   vorel::library_attach();
@@ -208,6 +207,5 @@ int main(int argc, char** argv) {
   SKF_DisConnectDev(g_dev);
   vorel::library_detach();
   VorelPKICryptoFreeDevice(token);
-  std::system((std::string("rm -rf ") + dir).c_str());
   return 0;
 }

@@ -79,6 +79,7 @@ for h in sm3 sha1 sha256; do ossl dgst -$h -binary -out plain.$h plain.bin; done
 
 # An SM2 signature of plain.bin under another identity than the default, to check Z against.
 ossl pkey -in s1.pem -pubout -outform DER -out s1.pub.der
+ossl pkey -in s1.pem -pubout -out s1.pub.pem
 ossl dgst -sm3 -sign s1.pem -sigopt distid:ALICE123@YAHOO.COM -out plain.alice.sig plain.bin
 
 # Session keys wrapped for the encryption key pairs: 16 and 24 bytes, RSA PKCS#1 v1.5 and SM2.
@@ -89,5 +90,19 @@ ossl pkey -in s2.pem -pubout -out s2.pub.pem
 for k in key16 key24; do
   ossl pkeyutl -encrypt -pubin -inkey r1.pub.pem -pkeyopt rsa_padding_mode:pkcs1 -in $k.bin -out $k.r1.bin
   ossl pkeyutl -encrypt -pubin -inkey s2.pub.pem -in $k.bin -out $k.s2.der
+done
+# RSA: a PKCS#1 v1.5 signature of plain64.bin (64 bytes, signed as they are) with r2; a block
+# below r1's modulus, raw-encrypted with r1's public key.
+head -c 64 plain.bin > plain64.bin
+ossl pkeyutl -sign -inkey r2.pem -pkeyopt rsa_padding_mode:pkcs1 -in plain64.bin -out plain64.r2.sig
+{ printf '\0'; head -c 127 /dev/urandom; } > block.bin
+ossl pkeyutl -encrypt -pubin -inkey r1.pub.pem -pkeyopt rsa_padding_mode:none -in block.bin -out block.r1.raw
+
+# SM2 ciphertexts for s2 of plaintexts from 1 to 200 bytes, every third starting with zero bytes.
+for i in $(seq 1 20); do
+  n=$(( i == 1 ? 1 : i * 10 ))
+  head -c $n /dev/urandom > sm2pt$i.bin
+  if [ $((i % 3)) -eq 0 ]; then { printf '\0\0'; head -c $((n - 2)) sm2pt$i.bin; } > t && mv t sm2pt$i.bin; fi
+  ossl pkeyutl -encrypt -pubin -inkey s2.pub.pem -in sm2pt$i.bin -out sm2ct$i.der
 done
 touch stamp

@@ -117,4 +117,59 @@ Bytes ecc_cipher_blob(const std::string& der) {
   return blob;
 }
 
+std::string ecc_cipher_der(const ECCCIPHERBLOB& blob) {
+  vorel::crypto::der::Writer w;
+  w.sequence([&](vorel::crypto::der::Writer& seq) {
+    seq.integer(blob.XCoordinate + 32, 32);
+    seq.integer(blob.YCoordinate + 32, 32);
+    seq.octet_string(blob.HASH, 32);
+    seq.octet_string(blob.Cipher, blob.CipherLen);
+  });
+  return std::string(w.bytes().begin(), w.bytes().end());
+}
+
+ECCPUBLICKEYBLOB ecc_public_blob(const std::string& spki) {
+  unsigned char *x = nullptr, *y = nullptr;
+  std::size_t xn = 0, yn = 0;
+  int curve = 0;
+  ECCPUBLICKEYBLOB blob{};
+  EXPECT_EQ(VorelPKICryptoDecodeECCPubKey(reinterpret_cast<const unsigned char*>(spki.data()), spki.size(), &curve, &x,
+                                          &xn, &y, &yn),
+            VOREL_OK);
+  blob.BitLen = 256;
+  if (x && y && xn == 32 && yn == 32) {
+    std::memcpy(blob.XCoordinate + 32, x, 32);
+    std::memcpy(blob.YCoordinate + 32, y, 32);
+  }
+  VorelPKICryptoFreeMemory(x);
+  VorelPKICryptoFreeMemory(y);
+  return blob;
+}
+
+bool openssl(const std::vector<std::string>& args, const std::string& input, std::string* output) {
+#ifdef _WIN32
+  (void)args;
+  (void)input;
+  (void)output;
+  return false;
+#else
+  std::string dir = testsupport::make_temp_dir("openssl");
+  std::vector<std::string> all;
+  for (const std::string& a : args) {
+    if (a == "IN") {
+      testsupport::write_file(dir + "in.bin", input);
+      all.push_back(dir + "in.bin");
+    } else if (a == "OUT") {
+      all.push_back(dir + "out.bin");
+    } else {
+      all.push_back(a);
+    }
+  }
+  int rc = testsupport::run_process("/usr/bin/openssl", all);
+  EXPECT_EQ(rc, 0) << "openssl " << args[0];
+  if (output) *output = testsupport::read_file(dir + "out.bin");
+  return true;
+#endif
+}
+
 }  // namespace device

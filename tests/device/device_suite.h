@@ -64,7 +64,14 @@ std::vector<std::string> split_names(const char* list, ULONG size);
 using Bytes = std::vector<BYTE>;
 inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 Bytes unhex(const std::string& hex);
-// An ECCCIPHERBLOB (with its CipherLen bytes) of the DER SM2 ciphertext openssl writes.
+// An ECCCIPHERBLOB (with its CipherLen bytes) of the DER SM2 ciphertext openssl writes, and back.
 Bytes ecc_cipher_blob(const std::string& der);
+std::string ecc_cipher_der(const ECCCIPHERBLOB& blob);
+// The public key blob of an SM2 SubjectPublicKeyInfo.
+ECCPUBLICKEYBLOB ecc_public_blob(const std::string& spki);
+
+// Runs the openssl command in the binaries' folder with a file of input bytes written first;
+// its output file is read back. False where the platform has no openssl (the Windows build).
+bool openssl(const std::vector<std::string>& args, const std::string& input = "", std::string* output = nullptr);
 
 }  // namespace device

@@ -331,6 +331,160 @@ TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
   }
 }
 
+// RSA and SM2 exports of a vendor device reach the vendor with its device or container handle.
+TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
+  DEVHANDLE dev = connect("7#FIXTURE0");
+  uint64_t vdev = vendor_handle();
+  char text[] = "C";
+  HAPPLICATION app = nullptr;
+  HCONTAINER c = nullptr;
+  ASSERT_EQ(SKF_OpenApplication(dev, text, &app), kOk);
+  ASSERT_EQ(SKF_OpenContainer(app, text, &c), kOk);
+  uint64_t vcon = vendor_->handle();
+  BYTE buf[64] = {};
+  ULONG n = sizeof buf;
+  HANDLE h = nullptr;
+  RSAPUBLICKEYBLOB rsaPub{};
+  RSAPRIVATEKEYBLOB rsaPriv{};
+  ECCPUBLICKEYBLOB eccPub{};
+  ECCPRIVATEKEYBLOB eccPriv{};
+  ECCSIGNATUREBLOB sig{};
+  ENVELOPEDKEYBLOB envelope{};
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(buf);
+  expect_forwarded(
+      {
+          {"SKF_GenExtRSAKey", [&] { return SKF_GenExtRSAKey(dev, 1024, &rsaPriv); }, {vdev, 1024, arg(&rsaPriv)}},
+          {"SKF_RSAVerify",
+           [&] { return SKF_RSAVerify(dev, &rsaPub, buf, 16, buf, 32); },
+           {vdev, arg(&rsaPub), arg(buf), 16, arg(buf), 32}},
+          {"SKF_ExtRSAPubKeyOperation",
+           [&] { return SKF_ExtRSAPubKeyOperation(dev, &rsaPub, buf, 16, buf, &n); },
+           {vdev, arg(&rsaPub), arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_ExtRSAPriKeyOperation",
+           [&] { return SKF_ExtRSAPriKeyOperation(dev, &rsaPriv, buf, 16, buf, &n); },
+           {vdev, arg(&rsaPriv), arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_ECCVerify",
+           [&] { return SKF_ECCVerify(dev, &eccPub, buf, 32, &sig); },
+           {vdev, arg(&eccPub), arg(buf), 32, arg(&sig)}},
+          {"SKF_ExtECCVerify",
+           [&] { return SKF_ExtECCVerify(dev, &eccPub, buf, 32, &sig); },
+           {vdev, arg(&eccPub), arg(buf), 32, arg(&sig)}},
+          {"SKF_ExtECCEncrypt",
+           [&] { return SKF_ExtECCEncrypt(dev, &eccPub, buf, 16, ct); },
+           {vdev, arg(&eccPub), arg(buf), 16, arg(ct)}},
+          {"SKF_ExtECCDecrypt",
+           [&] { return SKF_ExtECCDecrypt(dev, &eccPriv, ct, buf, &n); },
+           {vdev, arg(&eccPriv), arg(ct), arg(buf), arg(&n)}},
+          {"SKF_ExtECCSign",
+           [&] { return SKF_ExtECCSign(dev, &eccPriv, buf, 32, &sig); },
+           {vdev, arg(&eccPriv), arg(buf), 32, arg(&sig)}},
+          {"SKF_GenRSAKeyPair", [&] { return SKF_GenRSAKeyPair(c, 2048, &rsaPub); }, {vcon, 2048, arg(&rsaPub)}},
+          {"SKF_ImportRSAKeyPair",
+           [&] { return SKF_ImportRSAKeyPair(c, SGD_SMS4_ECB, buf, 16, buf + 16, 32); },
+           {vcon, SGD_SMS4_ECB, arg(buf), 16, arg(buf + 16), 32}},
+          {"SKF_RSASignData",
+           [&] { return SKF_RSASignData(c, buf, 16, buf, &n); },
+           {vcon, arg(buf), 16, arg(buf), arg(&n)}},
+          {"SKF_RSAExportSessionKey",
+           [&] { return SKF_RSAExportSessionKey(c, SGD_SMS4_ECB, &rsaPub, buf, &n, &h); },
+           {vcon, SGD_SMS4_ECB, arg(&rsaPub), arg(buf), arg(&n), arg(&h)}},
+          {"SKF_GenECCKeyPair",
+           [&] { return SKF_GenECCKeyPair(c, SGD_SM2_1, &eccPub); },
+           {vcon, SGD_SM2_1, arg(&eccPub)}},
+          {"SKF_ImportECCKeyPair", [&] { return SKF_ImportECCKeyPair(c, &envelope); }, {vcon, arg(&envelope)}},
+          {"SKF_ECCSignData", [&] { return SKF_ECCSignData(c, buf, 32, &sig); }, {vcon, arg(buf), 32, arg(&sig)}},
+          {"SKF_ECCExportSessionKey",
+           [&] { return SKF_ECCExportSessionKey(c, SGD_SMS4_ECB, &eccPub, ct, &h); },
+           {vcon, SGD_SMS4_ECB, arg(&eccPub), arg(ct), arg(&h)}},
+          {"SKF_ExportPublicKey", [&] { return SKF_ExportPublicKey(c, TRUE, buf, &n); }, {vcon, 1, arg(buf), arg(&n)}},
+          // The vendor's agreement and key handles reach the caller unwrapped.
+          {"SKF_GenerateAgreementDataWithECC",
+           [&] { return SKF_GenerateAgreementDataWithECC(c, SGD_SMS4_ECB, &eccPub, buf, 16, &h); },
+           {vcon, SGD_SMS4_ECB, arg(&eccPub), arg(buf), 16, arg(&h)}},
+          {"SKF_GenerateAgreementDataAndKeyWithECC",
+           [&] {
+             return SKF_GenerateAgreementDataAndKeyWithECC(c, SGD_SMS4_ECB, &eccPub, &eccPub, &eccPub, buf, 16,
+                                                           buf + 16, 16, &h);
+           },
+           {vcon, SGD_SMS4_ECB, arg(&eccPub), arg(&eccPub), arg(&eccPub), arg(buf), 16, arg(buf + 16), 16, arg(&h)}},
+      },
+      0x0B000900);
+}
+
+// Private-key decryption reaches the function of the container's vendor family.
+TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
+  const struct {
+    int type;
+    const char* prefix;
+    const char* ecc;  // the function for the signing pair; for OLYM that of the encryption pair differs
+    const char* rsa;
+  } families[] = {
+      {49, "HSIC", "SKF_PrvKeyDecrypt", "SKF_RSADecrypt"},
+      {50, "FEITIAN_BLUETOOTH", "SKF_ECCPrvKeyDecrypt", "SKF_RSADecrypt"},
+      {55, "LONGMAI", "SKF_ECCPrvKeyDecrypt", "SKF_RSADecrypt"},
+      {62, "WINTRUST", "SKF_ECCDecrypt", "SKF_RSADecrypt"},
+      {64, "OLYM", "SKF_ECCDecryptDataWithSignSK", "SKF_RSADecryptDataEx"},
+      {66, "DINGXIN", "V_ECCPrvKeyDecrypt", "V_RSAPrvKeyDecrypt"},
+      {68, "ES_SJK1944G", "SKF_ECCDecrypt", "SKF_RSADecrypt"},
+      {70, "FEITIAN_SJK1104G", "SKF_ECCDecryptEx", "SKF_RSADecrypt"},
+      {73, "BIOCOME", "SKF_ECCDecrypt", "SKF_RSADecrypt"},
+      {75, "FISEC", "SKF_PrvKeyDecrypt", "SKF_RSADecrypt"},
+      {51, nullptr, nullptr, nullptr},  // no family
+  };
+  Bytes memory(sizeof(ECCCIPHERBLOB) + 16, 0);
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(memory.data());
+  ct->CipherLen = 16;
+  BYTE out[64];
+  ULONG n = sizeof out;
+  char text[] = "C";
+  for (const auto& f : families) {
+    std::string entry = vendor_entry(f.type);
+    configure(R"({"devices":[)" + entry + "]}");
+    DEVHANDLE dev = connect(std::to_string(f.type) + "#FIXTURE0");
+    HAPPLICATION app = nullptr;
+    HCONTAINER c = nullptr;
+    ASSERT_EQ(SKF_OpenApplication(dev, text, &app), kOk);
+    ASSERT_EQ(SKF_OpenContainer(app, text, &c), kOk);
+    uint64_t vcon = vendor_->handle();
+    if (!f.prefix) {
+      EXPECT_EQ(SKF_ECCDecrypt(c, TRUE, ct, out, &n), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
+      EXPECT_EQ(SKFEX_RSADecrypt(c, out, 16, out, &n, 2), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
+      continue;
+    }
+    // Key specification 2 is the signing pair; 1 and 3 the encryption pair.
+    for (int32_t keySpec : {2, 1, 3}) {
+      bool sign = keySpec == 2;
+      std::string ecc = f.ecc;
+      if (!sign && f.type == 64) ecc = "SKF_ECCDecryptData";
+      ASSERT_EQ(SKFEX_ECCDecrypt(c, keySpec, ct, out, &n), kOk) << f.prefix;
+      std::vector<uint64_t> got = vendor_->last(ecc.c_str());
+      ASSERT_FALSE(got.empty()) << f.prefix << " " << ecc;
+      EXPECT_EQ(got[0], vcon) << f.prefix;
+      if (f.type == 64) {
+        EXPECT_EQ(got[2], 16u + 97) << "OLYM takes the cipher text as one string";
+      } else if (f.type == 49 || f.type == 75) {
+        EXPECT_EQ(got[1], sign ? 2u : 1u) << f.prefix << " key specification";
+      } else {
+        EXPECT_EQ(got[1], sign ? 1u : 0u) << f.prefix << " signing flag";
+      }
+      ASSERT_EQ(SKFEX_RSADecrypt(c, out, 16, out, &n, keySpec), kOk) << f.prefix;
+      got = vendor_->last(f.rsa);
+      ASSERT_FALSE(got.empty()) << f.prefix << " " << f.rsa;
+      EXPECT_EQ(got[0], vcon);
+      EXPECT_EQ(got[1], sign ? 1u : 0u);
+    }
+    // The family's module without its functions.
+    configure(R"({"devices":[)" + empty_vendor_entry(f.type) + "]}");
+    auto log = log_file();
+    EXPECT_EQ(SKF_ECCDecrypt(c, TRUE, ct, out, &n), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
+    EXPECT_EQ(SKF_RSADecrypt(c, TRUE, out, 16, out, &n), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
+    std::string logged = log.since();
+    EXPECT_NE(logged.find(std::string(f.prefix) + "_" + f.ecc + " is not support"), std::string::npos) << logged;
+    EXPECT_NE(logged.find(std::string(f.prefix) + "_" + f.rsa + " is not support"), std::string::npos) << logged;
+    configure(R"({"devices":[)" + entry + "]}");
+  }
+}
+
 #ifndef _WIN32
 // USB presence is read from a sysfs tree of our own.
 class VendorPresence : public VendorDevices {

@@ -66,7 +66,8 @@ ULONG unwrap(const ExportCall& call, const ContainerRecord& container, const BYT
     // The blob must hold the CipherLen bytes it announces.
     const auto* blob = reinterpret_cast<const ECCCIPHERBLOB*>(wrapped);
     std::vector<uint8_t> text;
-    if (len < kEccCipherOffset || kEccCipherOffset + blob->CipherLen > len || !ConvertCipherText(*blob, text)) {
+    if (len < kEccCipherOffset || kEccCipherOffset + blob->CipherLen > len ||
+        !ConvertCipherText(*blob, text, kMaxEccCipherLen)) {
       VLOG_ERROR(call.name(), "CipherLen does not fit the wrapped data");
       return SAR_INVALIDPARAMERR;
     }

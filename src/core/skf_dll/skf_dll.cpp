@@ -42,7 +42,7 @@ SkfDll* new_skf_dll(const char* name, int32_t type, const char* dllPath) {
 #define VOREL_SKF_RESOLVE(fn) resolve(dll->module, #fn, dll->fn);
   VOREL_SKF_STANDARD_FUNCTIONS(VOREL_SKF_RESOLVE)
 #undef VOREL_SKF_RESOLVE
-#define VOREL_SKF_RESOLVE(fn) resolve(dll->module, #fn, dll->fn##_vendor);
+#define VOREL_SKF_RESOLVE(fn, signature) resolve(dll->module, #fn, dll->fn##_vendor);
   VOREL_SKF_VENDOR_DECRYPT_FUNCTIONS(VOREL_SKF_RESOLVE)
 #undef VOREL_SKF_RESOLVE
   return dll;

@@ -20,8 +20,8 @@ struct SkfDll {
 #define VOREL_SKF_ENTRY(fn) decltype(&::fn) fn;
   VOREL_SKF_STANDARD_FUNCTIONS(VOREL_SKF_ENTRY)
 #undef VOREL_SKF_ENTRY
-  // Vendor decryption functions differ per vendor; they are cast where they are called.
-#define VOREL_SKF_ENTRY(fn) vorel_fnptr fn##_vendor;
+  // Vendor decryption functions, each with its family's signature.
+#define VOREL_SKF_ENTRY(fn, signature) signature fn##_vendor;
   VOREL_SKF_VENDOR_DECRYPT_FUNCTIONS(VOREL_SKF_ENTRY)
 #undef VOREL_SKF_ENTRY
 };

@@ -1,6 +1,8 @@
 // The SKF entry points a vendor module may provide, in the order they are resolved.
 #pragma once
 
+#include "skf.h"
+
 // X(name) for each standard function forwarded by name.
 #define VOREL_SKF_STANDARD_FUNCTIONS(X)     \
   X(SKF_WaitForDevEvent)                    \
@@ -84,14 +86,22 @@
   X(SKF_CloseHandle)                        \
   X(SKF_RSADecrypt)
 
-// X(name) for each vendor-specific private-key decryption function, resolved after the standard ones.
-#define VOREL_SKF_VENDOR_DECRYPT_FUNCTIONS(X) \
-  X(SKF_PrvKeyDecrypt)                        \
-  X(SKF_ECCPrvKeyDecrypt)                     \
-  X(SKF_ECCDecrypt)                           \
-  X(SKF_ECCDecryptData)                       \
-  X(SKF_ECCDecryptDataWithSignSK)             \
-  X(SKF_RSADecryptDataEx)                     \
-  X(V_ECCPrvKeyDecrypt)                       \
-  X(V_RSAPrvKeyDecrypt)                       \
-  X(SKF_ECCDecryptEx)
+// The vendors' private-key decryption functions, as each family publishes them: the container's
+// vendor handle, the key-pair choice where the function has one, the cipher text, the output.
+using VendorEccDecrypt = ULONG(DEVAPI*)(HCONTAINER, BOOL bSignFlag, PECCCIPHERBLOB, BYTE*, ULONG*);
+using VendorEccKeySpecDecrypt = ULONG(DEVAPI*)(HCONTAINER, ULONG ulKeySpec, PECCCIPHERBLOB, BYTE*, ULONG*);
+using VendorEccDataDecrypt = ULONG(DEVAPI*)(HCONTAINER, BYTE* pbCipher, ULONG ulCipherLen, BYTE*, ULONG*);
+using VendorRsaDecrypt = ULONG(DEVAPI*)(HCONTAINER, BOOL bSignFlag, BYTE*, ULONG, BYTE*, ULONG*);
+
+// X(name, signature) for each vendor-specific private-key decryption function, resolved after the
+// standard ones.
+#define VOREL_SKF_VENDOR_DECRYPT_FUNCTIONS(X)           \
+  X(SKF_PrvKeyDecrypt, VendorEccKeySpecDecrypt)         \
+  X(SKF_ECCPrvKeyDecrypt, VendorEccDecrypt)             \
+  X(SKF_ECCDecrypt, VendorEccDecrypt)                   \
+  X(SKF_ECCDecryptData, VendorEccDataDecrypt)           \
+  X(SKF_ECCDecryptDataWithSignSK, VendorEccDataDecrypt) \
+  X(SKF_RSADecryptDataEx, VendorRsaDecrypt)             \
+  X(V_ECCPrvKeyDecrypt, VendorEccDecrypt)               \
+  X(V_RSAPrvKeyDecrypt, VendorRsaDecrypt)               \
+  X(SKF_ECCDecryptEx, VendorEccDecrypt)

@@ -1,0 +1,375 @@
+// RSA and SM2 through the exports, checked against openssl: its keys, signatures and ciphertexts
+// made at build time, and (where the platform has it) the openssl command run on our results.
+#include <cstring>
+#include <functional>
+
+#include "crypto/der.h"
+#include "device_suite.h"
+#include "vorel/vorel_crypto.h"
+
+namespace device {
+namespace {
+
+constexpr int S = VOREL_KEYPAIR_SIGN;
+constexpr int E = VOREL_KEYPAIR_ENCRYPT;
+const char kDefaultId[] = "1234567812345678";
+
+std::string str(const Bytes& b) { return std::string(b.begin(), b.end()); }
+std::string hex(const Bytes& b) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out;
+  for (BYTE v : b) out += {digits[v >> 4], digits[v & 15]};
+  return out;
+}
+std::string data_path(const char* name) { return std::string("testdata/device/") + name; }
+
+// The eight numbers of an RSA key pair file, right-aligned into a private key blob.
+RSAPRIVATEKEYBLOB rsa_private_blob(const char* keyFile) {
+  std::string der = device_data(keyFile);
+  unsigned char* numbers[VOREL_RSA_NUMBERS] = {};
+  std::size_t lengths[VOREL_RSA_NUMBERS] = {};
+  EXPECT_EQ(
+      VorelPKICryptoDecodeRSAKeyPair(reinterpret_cast<const unsigned char*>(der.data()), der.size(), numbers, lengths),
+      VOREL_OK);
+  RSAPRIVATEKEYBLOB blob{};
+  blob.AlgID = SGD_RSA;
+  blob.BitLen = static_cast<ULONG>(lengths[VOREL_RSA_N] * 8);
+  BYTE* fields[] = {blob.Modulus, blob.PublicExponent, blob.PrivateExponent, blob.Prime1,
+                    blob.Prime2,  blob.Prime1Exponent, blob.Prime2Exponent,  blob.Coefficient};
+  const std::size_t widths[] = {256, 4, 256, 128, 128, 128, 128, 128};
+  for (int i = 0; i < VOREL_RSA_NUMBERS; ++i) {
+    std::memcpy(fields[i] + widths[i] - lengths[i], numbers[i], lengths[i]);
+    VorelPKICryptoFreeMemory(numbers[i]);
+  }
+  return blob;
+}
+
+class Asymmetric : public DeviceTest {
+ protected:
+  void SetUp() override {
+    DeviceTest::SetUp();
+    make_token(3, "A1", "token",
+               {{"s1", S, "S", nullptr},
+                {"s2", E, "S", nullptr},
+                {"r2", S, "R", nullptr},
+                {"r1", E, "R", nullptr},
+                {"s3", S, "ALONE", nullptr}});
+    dev_ = connect("3#A1");
+    char name[] = "VOREL", s[] = "S", r[] = "R", alone[] = "ALONE";
+    ASSERT_EQ(SKF_OpenApplication(dev_, name, &app_), kOk);
+    ASSERT_EQ(SKF_OpenContainer(app_, s, &sm2_), kOk);
+    ASSERT_EQ(SKF_OpenContainer(app_, r, &rsa_), kOk);
+    ASSERT_EQ(SKF_OpenContainer(app_, alone, &alone_), kOk);
+    login();
+  }
+  void login() {
+    char pin[] = "12345678";
+    ULONG retries = 0;
+    ASSERT_EQ(SKF_VerifyPIN(app_, USER_TYPE, pin, &retries), kOk);
+  }
+  // e = SM3(Z || M) for the public key and identity.
+  Bytes sm3_with_z(ECCPUBLICKEYBLOB& pub, const std::string& id, Bytes message) {
+    HANDLE h = nullptr;
+    std::string identity = id;
+    EXPECT_EQ(SKF_DigestInit(dev_, SGD_SM3, &pub, reinterpret_cast<BYTE*>(&identity[0]),
+                             static_cast<ULONG>(identity.size()), &h),
+              kOk);
+    Bytes e(32);
+    ULONG len = 32;
+    EXPECT_EQ(SKF_Digest(h, message.data(), static_cast<ULONG>(message.size()), e.data(), &len), kOk);
+    SKF_CloseHandle(h);
+    return e;
+  }
+  template <class Blob>
+  Blob public_key(HCONTAINER c, BOOL sign) {
+    Blob blob{};
+    ULONG len = sizeof blob;
+    EXPECT_EQ(SKF_ExportPublicKey(c, sign, reinterpret_cast<BYTE*>(&blob), &len), kOk);
+    EXPECT_EQ(len, sizeof blob);
+    return blob;
+  }
+  // What SKF_Encrypt makes of plain96 with a key handle, SM4-ECB without padding.
+  Bytes encrypted_with(HANDLE key) {
+    Bytes in = bytes(device_data("plain96.bin")), out(128);
+    BLOCKCIPHERPARAM p{};
+    ULONG len = static_cast<ULONG>(out.size());
+    EXPECT_EQ(SKF_EncryptInit(key, p), kOk);
+    EXPECT_EQ(SKF_Encrypt(key, in.data(), 96, out.data(), &len), kOk);
+    out.resize(len);
+    return out;
+  }
+  // openssl's SM4-ECB of plain96 under the key, or nothing without openssl.
+  Bytes openssl_sm4(const Bytes& key) {
+    std::string out;
+    if (!openssl({"enc", "-sm4-ecb", "-nopad", "-K", hex(key), "-in", data_path("plain96.bin"), "-out", "OUT"}, "",
+                 &out))
+      return {};
+    return bytes(out);
+  }
+  DEVHANDLE dev_ = nullptr;
+  HAPPLICATION app_ = nullptr;
+  HCONTAINER sm2_ = nullptr, rsa_ = nullptr, alone_ = nullptr;
+};
+
+TEST_F(Asymmetric, Sm2SignaturesAgreeWithOpenssl) {
+  ECCPUBLICKEYBLOB pub = public_key<ECCPUBLICKEYBLOB>(sm2_, TRUE);
+  ECCPUBLICKEYBLOB fromFile = ecc_public_blob(device_data("s1.pub.der"));
+  EXPECT_EQ(std::memcmp(&pub, &fromFile, sizeof pub), 0);
+  Bytes plain = bytes(device_data("plain.bin"));
+  Bytes e = sm3_with_z(pub, kDefaultId, plain);
+  ECCSIGNATUREBLOB sig;
+  std::memset(&sig, 0xEE, sizeof sig);
+  ASSERT_EQ(SKF_ECCSignData(sm2_, e.data(), 32, &sig), kOk);
+  for (std::size_t i : {std::size_t{0}, std::size_t{31}, std::size_t{64}, std::size_t{95}})
+    EXPECT_EQ(reinterpret_cast<BYTE*>(&sig)[i], 0) << "byte " << i << " outside r and s";
+  EXPECT_EQ(SKF_ECCVerify(dev_, &pub, e.data(), 32, &sig), kOk);
+  unsigned char* der = nullptr;
+  std::size_t derLen = 0;
+  ASSERT_EQ(VorelPKICryptoEncodeECCSignature(sig.r + 32, 32, sig.s + 32, 32, &der, &derLen), VOREL_OK);
+  std::string derSig(reinterpret_cast<char*>(der), derLen);
+  VorelPKICryptoFreeMemory(der);
+  openssl({"dgst", "-sm3", "-verify", data_path("s1.pub.pem"), "-sigopt", std::string("distid:") + kDefaultId,
+           "-signature", "IN", data_path("plain.bin")},
+          derSig);
+
+  // openssl's signature under another identity verifies through both verify exports.
+  Bytes alice = sm3_with_z(pub, "ALICE123@YAHOO.COM", plain);
+  ECCSIGNATUREBLOB theirs{};
+  {
+    std::string s = device_data("plain.alice.sig");
+    using namespace vorel::crypto::der;
+    Reader top(reinterpret_cast<const unsigned char*>(s.data()), s.size()), seq;
+    const unsigned char *r, *sv;
+    std::size_t rn, sn;
+    ASSERT_TRUE(top.next(kSequence, seq) && seq.integer(&r, &rn) && seq.integer(&sv, &sn));
+    std::memcpy(theirs.r + 64 - rn, r, rn);
+    std::memcpy(theirs.s + 64 - sn, sv, sn);
+  }
+  for (auto verify : {SKF_ECCVerify, SKF_ExtECCVerify}) {
+    EXPECT_EQ(verify(dev_, &pub, alice.data(), 32, &theirs), kOk);
+    EXPECT_EQ(verify(dev_, &pub, e.data(), 32, &theirs), static_cast<ULONG>(SAR_FAIL));
+    EXPECT_EQ(verify(dev_, &pub, alice.data(), 31, &theirs), static_cast<ULONG>(SAR_FAIL));  // passed on, refused
+  }
+
+  for (ULONG len : {31u, 33u}) EXPECT_EQ(SKF_ECCSignData(sm2_, plain.data(), len, &sig), SAR_INDATALENERR);
+  ASSERT_EQ(SKF_ClearSecureState(app_), kOk);
+  EXPECT_EQ(SKF_ECCSignData(sm2_, e.data(), 32, &sig), static_cast<ULONG>(SAR_USER_NOT_LOGGED_IN));
+}
+
+TEST_F(Asymmetric, Sm2EncryptionAgreesWithOpenssl) {
+  ECCPUBLICKEYBLOB pub = public_key<ECCPUBLICKEYBLOB>(sm2_, FALSE);
+  Bytes plain = bytes(device_data("plain.bin"));
+  for (ULONG len : {1u, 32u, 100u}) {
+    Bytes blob(sizeof(ECCCIPHERBLOB) + len, 0xEE);
+    auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(blob.data());
+    ASSERT_EQ(SKF_ExtECCEncrypt(dev_, &pub, plain.data(), len, ct), kOk);
+    EXPECT_EQ(ct->CipherLen, len);
+    EXPECT_EQ(blob[0], 0);  // the upper half of a coordinate field
+    std::string decrypted;
+    if (openssl({"pkeyutl", "-decrypt", "-inkey", data_path("s2.pem"), "-in", "IN", "-out", "OUT"}, ecc_cipher_der(*ct),
+                &decrypted)) {
+      EXPECT_EQ(decrypted, str(Bytes(plain.begin(), plain.begin() + len)));
+    }
+  }
+  for (int i = 1; i <= 20; ++i) {
+    Bytes blob = ecc_cipher_blob(device_data("sm2ct" + std::to_string(i) + ".der"));
+    Bytes expected = bytes(device_data("sm2pt" + std::to_string(i) + ".bin")), out(expected.size() + 16);
+    ULONG len = 0;
+    ASSERT_EQ(SKF_ECCDecrypt(sm2_, FALSE, reinterpret_cast<ECCCIPHERBLOB*>(blob.data()), out.data(), &len), kOk) << i;
+    out.resize(len);
+    EXPECT_EQ(out, expected) << "plaintext " << i;
+  }
+  Bytes blob = ecc_cipher_blob(device_data("sm2ct1.der"));
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(blob.data());
+  BYTE out[256];
+  ULONG len = 0;
+  auto log = log_file();
+  EXPECT_EQ(SKF_ECCDecrypt(sm2_, TRUE, ct, out, &len), static_cast<ULONG>(SAR_FAIL));  // the signing pair's key
+  EXPECT_EQ(SKF_ECCDecrypt(alone_, FALSE, ct, out, &len), static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
+  EXPECT_NE(log.since().find("Enc keypair null"), std::string::npos);
+  ct->CipherLen = 0x7FFFFFFF;  // never read
+  EXPECT_EQ(SKF_ECCDecrypt(sm2_, FALSE, ct, out, &len), static_cast<ULONG>(SAR_FAIL));
+}
+
+TEST_F(Asymmetric, SessionKeysExportedForOpenssl) {
+  ECCPUBLICKEYBLOB recipient = public_key<ECCPUBLICKEYBLOB>(sm2_, FALSE);  // s2's
+  Bytes blob(sizeof(ECCCIPHERBLOB) + 32, 0);
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(blob.data());
+  HANDLE key = nullptr;
+  ASSERT_EQ(SKF_ECCExportSessionKey(sm2_, SGD_SMS4_ECB, &recipient, ct, &key), kOk);
+  EXPECT_EQ(ct->CipherLen, 16u);
+  // The container's own decryption gives the key back: the two encrypt alike.
+  Bytes unwrapped(32);
+  ULONG len = 0;
+  ASSERT_EQ(SKF_ECCDecrypt(sm2_, FALSE, ct, unwrapped.data(), &len), kOk);
+  unwrapped.resize(len);
+  std::string theirs;
+  if (openssl({"pkeyutl", "-decrypt", "-inkey", data_path("s2.pem"), "-in", "IN", "-out", "OUT"}, ecc_cipher_der(*ct),
+              &theirs)) {
+    EXPECT_EQ(theirs, str(unwrapped));
+  }
+  Bytes expected = openssl_sm4(unwrapped);
+  if (!expected.empty()) {
+    EXPECT_EQ(encrypted_with(key), expected);
+  }
+  HANDLE three = nullptr;
+  ASSERT_EQ(SKF_ECCExportSessionKey(sm2_, SGD_3DES_CBC, &recipient, ct, &three), kOk);
+  EXPECT_EQ(ct->CipherLen, 24u);
+
+  RSAPUBLICKEYBLOB rsaRecipient = public_key<RSAPUBLICKEYBLOB>(rsa_, FALSE);  // r1's
+  BYTE wrapped[256];
+  ULONG wrappedLen = 0;
+  HANDLE rsaKey = nullptr;
+  ASSERT_EQ(SKF_RSAExportSessionKey(rsa_, SGD_SMS4_ECB, &rsaRecipient, nullptr, &wrappedLen, &rsaKey), kOk);
+  EXPECT_EQ(wrappedLen, 128u);
+  EXPECT_EQ(rsaKey, nullptr);  // a size query makes no key
+  ASSERT_EQ(SKF_RSAExportSessionKey(rsa_, SGD_SMS4_ECB, &rsaRecipient, wrapped, &wrappedLen, &rsaKey), kOk);
+  Bytes rsaUnwrapped(128);
+  len = 128;
+  ASSERT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped, wrappedLen, rsaUnwrapped.data(), &len), kOk);
+  rsaUnwrapped.resize(len);
+  EXPECT_EQ(rsaUnwrapped.size(), 16u);
+  if (openssl({"pkeyutl", "-decrypt", "-inkey", data_path("r1.pem"), "-in", "IN", "-out", "OUT"},
+              std::string(reinterpret_cast<char*>(wrapped), wrappedLen), &theirs)) {
+    EXPECT_EQ(theirs, str(rsaUnwrapped));
+  }
+  expected = openssl_sm4(rsaUnwrapped);
+  if (!expected.empty()) {
+    EXPECT_EQ(encrypted_with(rsaKey), expected);
+  }
+}
+
+TEST_F(Asymmetric, RsaAgreesWithOpenssl) {
+  Bytes data = bytes(device_data("plain64.bin")), sig(128);
+  ULONG len = 0;
+  ASSERT_EQ(SKF_RSASignData(rsa_, data.data(), 64, nullptr, &len), kOk);
+  EXPECT_EQ(len, 128u);
+  len = 127;
+  EXPECT_EQ(SKF_RSASignData(rsa_, data.data(), 64, sig.data(), &len), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  len = 128;
+  ASSERT_EQ(SKF_RSASignData(rsa_, data.data(), 64, sig.data(), &len), kOk);
+  EXPECT_EQ(sig, bytes(device_data("plain64.r2.sig")));  // PKCS#1 v1.5 is deterministic
+  RSAPUBLICKEYBLOB signer = public_key<RSAPUBLICKEYBLOB>(rsa_, TRUE), r1 = public_key<RSAPUBLICKEYBLOB>(rsa_, FALSE);
+  EXPECT_EQ(SKF_RSAVerify(dev_, &signer, data.data(), 64, sig.data(), 128), kOk);
+  data[0] ^= 1;
+  EXPECT_EQ(SKF_RSAVerify(dev_, &signer, data.data(), 64, sig.data(), 128), static_cast<ULONG>(SAR_FAIL));
+  Bytes big(118, 1);
+  len = 128;
+  EXPECT_EQ(SKF_RSASignData(rsa_, big.data(), 117, sig.data(), &len), kOk);
+  EXPECT_EQ(SKF_RSASignData(rsa_, big.data(), 118, sig.data(), &len), static_cast<ULONG>(SAR_INDATALENERR));
+
+  // Raw operations equal openssl's raw RSA.
+  Bytes block = bytes(device_data("block.bin")), raw = bytes(device_data("block.r1.raw")), out(256);
+  len = static_cast<ULONG>(out.size());
+  ASSERT_EQ(SKF_ExtRSAPubKeyOperation(dev_, &r1, block.data(), 128, out.data(), &len), kOk);
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + len), raw);
+  RSAPRIVATEKEYBLOB priv = rsa_private_blob("r1.der");
+  len = static_cast<ULONG>(out.size());
+  ASSERT_EQ(SKF_ExtRSAPriKeyOperation(dev_, &priv, raw.data(), 128, out.data(), &len), kOk);
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + len), block);
+
+  // Verification looks at 00 01 in front and the data at the end, not at the filler between.
+  Bytes lax(128, 0x5A), msg(20, 0x33);
+  lax[0] = 0x00;
+  lax[1] = 0x01;
+  std::copy(msg.begin(), msg.end(), lax.end() - 20);
+  len = static_cast<ULONG>(out.size());
+  ASSERT_EQ(SKF_ExtRSAPriKeyOperation(dev_, &priv, lax.data(), 128, out.data(), &len), kOk);
+  EXPECT_EQ(SKF_RSAVerify(dev_, &r1, msg.data(), 20, out.data(), len), kOk);
+  lax[1] = 0x02;
+  len = static_cast<ULONG>(out.size());
+  ASSERT_EQ(SKF_ExtRSAPriKeyOperation(dev_, &priv, lax.data(), 128, out.data(), &len), kOk);
+  EXPECT_EQ(SKF_RSAVerify(dev_, &r1, msg.data(), 20, out.data(), len), static_cast<ULONG>(SAR_FAIL));
+
+  // Key transport: openssl's wrapping decrypts; the input must be the key's size.
+  Bytes wrapped = bytes(device_data("key16.r1.bin"));
+  len = 0;
+  ASSERT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 128, nullptr, &len), kOk);
+  EXPECT_EQ(len, 16u);
+  ASSERT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 128, out.data(), &len), kOk);
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + len), unhex("0123456789abcdeffedcba9876543210"));
+  EXPECT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 127, out.data(), &len), static_cast<ULONG>(SAR_INDATALENERR));
+  EXPECT_EQ(SKF_RSADecrypt(alone_, FALSE, wrapped.data(), 128, out.data(), &len),
+            static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
+}
+
+TEST_F(Asymmetric, KeyBlobs) {
+  RSAPUBLICKEYBLOB rsa{};
+  ULONG len = 267;
+  EXPECT_EQ(SKF_ExportPublicKey(rsa_, TRUE, reinterpret_cast<BYTE*>(&rsa), &len),
+            static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  EXPECT_EQ(len, 268u);
+  rsa = public_key<RSAPUBLICKEYBLOB>(rsa_, TRUE);
+  EXPECT_EQ(rsa.AlgID, static_cast<ULONG>(SGD_RSA));
+  EXPECT_EQ(rsa.BitLen, 1024u);
+  EXPECT_EQ(Bytes(rsa.Modulus, rsa.Modulus + 128), Bytes(128, 0));
+  EXPECT_NE(rsa.Modulus[128], 0);
+  EXPECT_EQ(Bytes(rsa.PublicExponent, rsa.PublicExponent + 4), (Bytes{0, 1, 0, 1}));
+  ECCPUBLICKEYBLOB ecc{};
+  len = 131;
+  EXPECT_EQ(SKF_ExportPublicKey(sm2_, TRUE, reinterpret_cast<BYTE*>(&ecc), &len),
+            static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  EXPECT_EQ(len, 132u);
+
+  RSAPRIVATEKEYBLOB generated{};
+  for (ULONG bits : {512u, 1536u, 3072u}) EXPECT_EQ(SKF_GenExtRSAKey(dev_, bits, &generated), SAR_INVALIDPARAMERR);
+  ASSERT_EQ(SKF_GenExtRSAKey(dev_, 1024, &generated), kOk);
+  EXPECT_EQ(generated.BitLen, 1024u);
+  EXPECT_EQ(Bytes(generated.Modulus, generated.Modulus + 128), Bytes(128, 0));
+  // The numbers make a key: p·q = n and d·e ≡ 1, as openssl checks them.
+  vorel::crypto::der::Writer w;
+  w.sequence([&](vorel::crypto::der::Writer& seq) {
+    seq.small_integer(0);
+    const std::pair<const BYTE*, std::size_t> fields[] = {
+        {generated.Modulus, 256},        {generated.PublicExponent, 4}, {generated.PrivateExponent, 256},
+        {generated.Prime1, 128},         {generated.Prime2, 128},       {generated.Prime1Exponent, 128},
+        {generated.Prime2Exponent, 128}, {generated.Coefficient, 128}};
+    for (const auto& f : fields) seq.integer(f.first, f.second);
+  });
+  openssl({"rsa", "-inform", "DER", "-in", "IN", "-check", "-noout"}, std::string(w.bytes().begin(), w.bytes().end()));
+}
+
+TEST_F(Asymmetric, WhatEmulatedDevicesDoNotDo) {
+  BYTE buf[512] = {};
+  ECCPUBLICKEYBLOB pub = public_key<ECCPUBLICKEYBLOB>(sm2_, TRUE);
+  ECCPRIVATEKEYBLOB priv{};
+  priv.BitLen = 256;
+  priv.PrivateKey[63] = 7;
+  ECCSIGNATUREBLOB sig{};
+  ENVELOPEDKEYBLOB envelope{};
+  RSAPUBLICKEYBLOB rsaBlob{};
+  ULONG len = sizeof buf;
+  HANDLE h = nullptr;
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(buf);
+  const struct {
+    const char* what;
+    std::function<ULONG()> call;
+    ULONG rc;
+  } cases[] = {
+      {"SKF_GenRSAKeyPair", [&] { return SKF_GenRSAKeyPair(rsa_, 1024, &rsaBlob); }, SAR_NOT_EMULATED},
+      {"SKF_ImportRSAKeyPair", [&] { return SKF_ImportRSAKeyPair(rsa_, SGD_SMS4_ECB, buf, 16, buf, 16); },
+       SAR_NOT_EMULATED},
+      {"SKF_GenECCKeyPair", [&] { return SKF_GenECCKeyPair(sm2_, SGD_SM2_1, &pub); }, SAR_NOT_EMULATED},
+      {"SKF_ImportECCKeyPair", [&] { return SKF_ImportECCKeyPair(sm2_, &envelope); }, SAR_NOT_EMULATED},
+      {"SKF_GenerateAgreementDataWithECC",
+       [&] { return SKF_GenerateAgreementDataWithECC(sm2_, SGD_SMS4_ECB, &pub, buf, 16, &h); }, SAR_NOT_EMULATED},
+      {"SKF_GenerateAgreementDataAndKeyWithECC",
+       [&] {
+         return SKF_GenerateAgreementDataAndKeyWithECC(sm2_, SGD_SMS4_ECB, &pub, &pub, &pub, buf, 16, buf, 16, &h);
+       },
+       SAR_NOT_EMULATED},
+      {"SKF_GenerateKeyWithECC", [&] { return SKF_GenerateKeyWithECC(nullptr, nullptr, nullptr, nullptr, 0, nullptr); },
+       SAR_NOT_EMULATED},
+      // No key pair is made from a caller's private key.
+      {"SKF_ExtECCSign", [&] { return SKF_ExtECCSign(dev_, &priv, buf, 32, &sig); }, SAR_FAIL},
+      {"SKF_ExtECCDecrypt", [&] { return SKF_ExtECCDecrypt(dev_, &priv, ct, buf, &len); }, SAR_FAIL},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.call(), c.rc) << c.what;
+  priv.BitLen = 255;
+  auto log = log_file();
+  EXPECT_EQ(SKF_ExtECCSign(dev_, &priv, buf, 32, &sig), static_cast<ULONG>(SAR_INVALIDPARAMERR));
+  EXPECT_NE(log.since().find("pECCPriKeyBlob->BitLen != 256"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace device
