@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
+#include <type_traits>
 #include <vector>
 
 #include "crypto/backend.h"
@@ -15,6 +17,33 @@ namespace vorel::crypto {
 int fail(int code);
 // Records success and returns 1.
 int ok();
+
+// What a guarded function answers when its body threw: the code for int functions, NULL for
+// those answering an object, nothing for void ones; the code is the thread's last error.
+template <class R>
+R refused(int code) {
+  fail(code);
+  if constexpr (std::is_pointer_v<R>) {
+    return nullptr;
+  } else if constexpr (!std::is_void_v<R>) {
+    return static_cast<R>(code);
+  }
+}
+
+// The body of every extern "C" function of the library runs inside this: no C++ exception
+// (SecureBytes and std::string allocate) crosses into C. bad_alloc is VOREL_ERR_MEMORY,
+// anything else VOREL_ERR_GENERAL.
+template <class Body>
+auto guard(Body&& body) noexcept -> decltype(body()) {
+  using R = decltype(body());
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return refused<R>(VOREL_ERR_MEMORY);
+  } catch (...) {
+    return refused<R>(VOREL_ERR_GENERAL);
+  }
+}
 
 // Copies n bytes into a new library buffer for the caller (freed with VorelPKICryptoFreeMemory).
 int hand_out(const unsigned char* p, std::size_t n, unsigned char** out, std::size_t* outLen);
