@@ -76,12 +76,19 @@ void encode_rsa_private(const backend::RsaNumbers& k, SecureBytes& out);
 // q may be nullptr.
 void encode_sm2_private(const unsigned char* d, const unsigned char* q, SecureBytes& out);
 
+// The checks a decoded key passes before it becomes a key (RSA moduli of 1024 to 4096 bits with
+// an odd exponent, SM2 private values in range), and its size in bits; VOREL_OK or an error code.
+int decoded_bits(const DecodedKey& decoded, bool priv, int* bits);
 // Builds a backend key from decoded numbers after checking them; VOREL_OK or an error code.
-int key_from_decoded(const DecodedKey& decoded, bool priv, backend::Key** key, int* bits);
+int key_from_decoded(const DecodedKey& decoded, bool priv, backend::Key** key);
+// A key's size as the key itself has it: RSA modulus bits, 256 for SM2.
+int key_bits(const backend::Key* key, int alg);
 // The public half of a backend key as a key of its own.
 backend::Key* public_copy(const backend::Key* key, int alg);
-// A key-pair object that owns key; VOREL_OK or an error code.
-int keypair_object(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair);
+// A key-pair object that owns key, its size taken from the key; VOREL_OK or an error code.
+int keypair_object(VOREL_DEVICE* device, int alg, int type, backend::Key* key, VOREL_KEYPAIR** keypair);
+// SubjectPublicKeyInfo of a key's public half.
+bool encode_public(const backend::Key* key, int alg, SecureBytes& spki);
 // PKCS#8 of a private key and SubjectPublicKeyInfo of its public half.
 bool encode_key(const backend::Key* key, int alg, SecureBytes& pkcs8, SecureBytes& spki);
 
@@ -90,7 +97,7 @@ namespace tokens {
 // Fails with VOREL_ERR_NOT_LOGGED_IN unless the user PIN was verified for the device's token.
 int require_user(VOREL_DEVICE* device);
 // Stores a private key on the device's token and hands out its key-pair object; takes key.
-int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int bits, int type, VOREL_KEYPAIR** keypair);
+int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int type, VOREL_KEYPAIR** keypair);
 // The private half, unsealed once per login; nullptr with *rc set when it cannot be had.
 std::shared_ptr<backend::Key> private_key(VOREL_KEYPAIR* keypair, int* rc);
 int delete_keypair(VOREL_KEYPAIR* keypair);

@@ -59,24 +59,27 @@ bool sm2_private_in_range(const unsigned char* d) {
   return !zero && less_than(d, nMinus1, 32);
 }
 
-int rsa_bytes(int bits) { return (bits + 7) / 8; }
+// The modulus length in bytes, as the key itself has it: every RSA buffer is sized from this.
+std::size_t rsa_size(const backend::Key* key) { return (backend::rsa_bits(key) + 7) / 8; }
 
-// The RSA modulus of a key, to compare raw input against.
-bool modulus_of(const backend::Key* key, SecureBytes& n) {
-  backend::RsaNumbers k;
-  if (!backend::rsa_export(key, k, false)) return false;
-  n.swap(k.n);
-  return true;
-}
+// PKCS#1 v1.5 input of type 1 or 2: 1 to k - 11 bytes.
+bool pkcs1_input_ok(std::size_t k, std::size_t len) { return len > 0 && len + 11 <= k; }
 
-// Raw RSA input: at most k bytes, right-aligned into k, and below the modulus.
-int raw_input(const backend::Key* key, int bits, const unsigned char* in, std::size_t inLen, SecureBytes& block) {
-  std::size_t k = static_cast<std::size_t>(rsa_bytes(bits));
+// The k-byte block an RSA operation runs on. PKCS#1: encryption takes 1 to k - 11 bytes,
+// decryption exactly k. Raw: at most k bytes, right-aligned into k, and below the modulus.
+int rsa_input(const backend::Key* key, bool pkcs1, bool encrypt, const unsigned char* in, std::size_t inLen,
+              SecureBytes& block) {
+  std::size_t k = rsa_size(key);
+  if (pkcs1) {
+    if (encrypt ? !pkcs1_input_ok(k, inLen) : inLen != k) return VOREL_ERR_DATA_LEN;
+    block.assign(in, in + inLen);
+    return VOREL_OK;
+  }
   block.assign(k, 0);
-  SecureBytes n;
+  backend::RsaNumbers numbers;
   if (!right_align(in, inLen, block.data(), k)) return VOREL_ERR_DATA_LEN;
-  if (!modulus_of(key, n) || n.size() != k) return VOREL_ERR_GENERAL;
-  if (!less_than(block.data(), n.data(), k)) return VOREL_ERR_DATA_LEN;
+  if (!backend::rsa_export(key, numbers, false) || numbers.n.size() != k) return VOREL_ERR_GENERAL;
+  if (!less_than(block.data(), numbers.n.data(), k)) return VOREL_ERR_DATA_LEN;
   return VOREL_OK;
 }
 
@@ -111,14 +114,14 @@ int sm2_digest(const backend::Key* key, const unsigned char* m, std::size_t len,
 
 bool sm2_hash_param(const void* param) { return !param || *static_cast<const int*>(param) == VOREL_HASH_SM3; }
 
-VOREL_PUBLICKEY* new_public(int alg, int bits, backend::Key* key) {
+VOREL_PUBLICKEY* new_public(int alg, backend::Key* key) {
   auto* pub = new (std::nothrow) vorel_publickey_st;
   if (!pub) {
     backend::key_free(key);
     return nullptr;
   }
   pub->alg = alg;
-  pub->bits = bits;
+  pub->bits = key_bits(key, alg);
   pub->key = key;
   return pub;
 }
@@ -126,9 +129,9 @@ VOREL_PUBLICKEY* new_public(int alg, int bits, backend::Key* key) {
 bool valid_type(int type) { return type == VOREL_KEYPAIR_SIGN || type == VOREL_KEYPAIR_ENCRYPT; }
 
 // A new key pair: kept on the device when it is a token.
-int new_keypair(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
-  int rc = device->token ? tokens::store_keypair(device, key, alg, bits, type, keypair)
-                         : keypair_object(device, alg, bits, type, key, keypair);
+int new_keypair(VOREL_DEVICE* device, int alg, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
+  int rc = device->token ? tokens::store_keypair(device, key, alg, type, keypair)
+                         : keypair_object(device, alg, type, key, keypair);
   return rc == VOREL_OK ? ok() : fail(rc);
 }
 
@@ -149,6 +152,10 @@ struct PrivateHalf {
 
 }  // namespace
 
+int key_bits(const backend::Key* key, int alg) {
+  return alg == VOREL_ALG_SM2 ? 256 : static_cast<int>(backend::rsa_bits(key));
+}
+
 backend::Key* public_copy(const backend::Key* key, int alg) {
   if (alg == VOREL_ALG_SM2) {
     unsigned char q[65];
@@ -158,7 +165,7 @@ backend::Key* public_copy(const backend::Key* key, int alg) {
   return backend::rsa_export(key, k, false) ? backend::rsa_import(k, false) : nullptr;
 }
 
-int keypair_object(VOREL_DEVICE* device, int alg, int bits, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
+int keypair_object(VOREL_DEVICE* device, int alg, int type, backend::Key* key, VOREL_KEYPAIR** keypair) {
   auto* kp = new (std::nothrow) vorel_keypair_st;
   if (!kp) {
     backend::key_free(key);
@@ -166,11 +173,24 @@ int keypair_object(VOREL_DEVICE* device, int alg, int bits, int type, backend::K
   }
   VorelPKICryptoDupDevice(device, &kp->device);
   kp->alg = alg;
-  kp->bits = bits;
+  kp->bits = key_bits(key, alg);
   kp->type = type;
   kp->key = key;
   *keypair = kp;
   return VOREL_OK;
+}
+
+bool encode_public(const backend::Key* key, int alg, SecureBytes& spki) {
+  if (alg == VOREL_ALG_SM2) {
+    unsigned char q[65];
+    if (!backend::sm2_export(key, q, nullptr)) return false;
+    encode_sm2_public(q, spki);
+    return true;
+  }
+  backend::RsaNumbers k;
+  if (!backend::rsa_export(key, k, false)) return false;
+  encode_rsa_public(k.n, k.e, spki);
+  return true;
 }
 
 bool encode_key(const backend::Key* key, int alg, SecureBytes& pkcs8, SecureBytes& spki) {
@@ -189,22 +209,27 @@ bool encode_key(const backend::Key* key, int alg, SecureBytes& pkcs8, SecureByte
   return true;
 }
 
-int key_from_decoded(const DecodedKey& k, bool priv, backend::Key** key, int* bits) {
+int decoded_bits(const DecodedKey& k, bool priv, int* bits) {
   if (k.alg == VOREL_ALG_SM2) {
-    if (priv && !k.hasD) return VOREL_ERR_BAD_ENCODING;
-    if (!priv && !k.hasQ) return VOREL_ERR_BAD_ENCODING;
-    if (priv && !sm2_private_in_range(k.d)) return VOREL_ERR_BAD_ENCODING;
-    *key = backend::sm2_import(k.hasQ ? k.q : nullptr, priv ? k.d : nullptr);
+    if (priv ? !k.hasD || !sm2_private_in_range(k.d) : !k.hasQ) return VOREL_ERR_BAD_ENCODING;
     *bits = 256;
-    return *key ? VOREL_OK : VOREL_ERR_BAD_ENCODING;
+    return VOREL_OK;
   }
   int n = bit_length(k.rsa.n);
   if (n < 1024 || n > 4096) return VOREL_ERR_NOT_SUPPORTED;
   // An even or tiny exponent is no RSA key.
   if (k.rsa.e.empty() || k.rsa.e.size() > 8 || !(k.rsa.e.back() & 1) || (k.rsa.e.size() == 1 && k.rsa.e[0] < 3))
     return VOREL_ERR_BAD_ENCODING;
-  *key = backend::rsa_import(k.rsa, priv);
   *bits = n;
+  return VOREL_OK;
+}
+
+int key_from_decoded(const DecodedKey& k, bool priv, backend::Key** key) {
+  int bits = 0;
+  int rc = decoded_bits(k, priv, &bits);
+  if (rc != VOREL_OK) return rc;
+  *key = k.alg == VOREL_ALG_SM2 ? backend::sm2_import(k.hasQ ? k.q : nullptr, priv ? k.d : nullptr)
+                                : backend::rsa_import(k.rsa, priv);
   return *key ? VOREL_OK : VOREL_ERR_BAD_ENCODING;
 }
 
@@ -237,7 +262,7 @@ int VorelPKICryptoGenerateKeypair(VOREL_DEVICE* device, int alg, int bits, int p
       return fail(VOREL_ERR_NOT_SUPPORTED);
     }
     if (!key) return fail(VOREL_ERR_GENERAL);
-    return new_keypair(device, alg, bits, type, key, keypair);
+    return new_keypair(device, alg, type, key, keypair);
   });
 }
 
@@ -250,10 +275,9 @@ int VorelPKICryptoImportKeypair(VOREL_DEVICE* device, const unsigned char* der, 
     int rc = decode_private(der, derLen, decoded);
     if (rc != VOREL_OK) return fail(rc);
     backend::Key* key = nullptr;
-    int bits = 0;
-    rc = key_from_decoded(decoded, true, &key, &bits);
+    rc = key_from_decoded(decoded, true, &key);
     if (rc != VOREL_OK) return fail(rc);
-    return new_keypair(device, decoded.alg, bits, type, key, keypair);
+    return new_keypair(device, decoded.alg, type, key, keypair);
   });
 }
 
@@ -347,7 +371,7 @@ VOREL_PUBLICKEY* VorelPKICryptoGetPublicKeyFromKeypair(VOREL_KEYPAIR* keypair) {
     if (!keypair) return fail(VOREL_ERR_PARAM), nullptr;
     backend::Key* key = public_copy(keypair->key, keypair->alg);
     if (!key) return fail(VOREL_ERR_GENERAL), nullptr;
-    VOREL_PUBLICKEY* pub = new_public(keypair->alg, keypair->bits, key);
+    VOREL_PUBLICKEY* pub = new_public(keypair->alg, key);
     if (!pub) return fail(VOREL_ERR_MEMORY), nullptr;
     ok();
     return pub;
@@ -363,10 +387,9 @@ int VorelPKICryptoImportPublicKey(VOREL_DEVICE* device, const unsigned char* der
     int rc = decode_public(der, derLen, decoded);
     if (rc != VOREL_OK) return fail(rc);
     backend::Key* key = nullptr;
-    int bits = 0;
-    rc = key_from_decoded(decoded, false, &key, &bits);
+    rc = key_from_decoded(decoded, false, &key);
     if (rc != VOREL_OK) return fail(rc);
-    *publicKey = new_public(decoded.alg, bits, key);
+    *publicKey = new_public(decoded.alg, key);
     return *publicKey ? ok() : fail(VOREL_ERR_MEMORY);
   });
 }
@@ -440,8 +463,8 @@ int VorelPKICryptoSignHash(VOREL_KEYPAIR* keypair, int mechanism, const void* /*
       }
       case VOREL_MECH_RSA_PKCS1_SIGN: {
         if (keypair->alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
-        std::size_t k = static_cast<std::size_t>(rsa_bytes(keypair->bits));
-        if (dataLen == 0 || dataLen > k - 11) return fail(VOREL_ERR_DATA_LEN);
+        std::size_t k = rsa_size(keypair->key);
+        if (!pkcs1_input_ok(k, dataLen)) return fail(VOREL_ERR_DATA_LEN);
         PrivateHalf priv(keypair);
         if (!priv.key) return fail(priv.rc);
         SecureBytes out(k);
@@ -486,8 +509,8 @@ int VorelPKICryptoVerifyHash(VOREL_PUBLICKEY* publicKey, int mechanism, const vo
       }
       case VOREL_MECH_RSA_PKCS1_SIGN: {
         if (publicKey->alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
-        std::size_t k = static_cast<std::size_t>(rsa_bytes(publicKey->bits));
-        if (dataLen == 0 || dataLen > k - 11) return fail(VOREL_ERR_DATA_LEN);
+        std::size_t k = rsa_size(publicKey->key);
+        if (!pkcs1_input_ok(k, dataLen)) return fail(VOREL_ERR_DATA_LEN);
         if (signatureLen != k) return fail(VOREL_ERR_BAD_SIGNATURE);
         int rc = backend::rsa_verify_pkcs1(publicKey->key, data, dataLen, signature);
         return rc == VOREL_OK ? ok() : fail(rc);
@@ -507,7 +530,7 @@ int VorelPKICryptoPublicKeyEncrypt(VOREL_PUBLICKEY* publicKey, int mechanism, co
         if (publicKey->alg != VOREL_ALG_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
         if (!sm2_hash_param(param)) return fail(VOREL_ERR_NOT_SUPPORTED);
         // An empty message has no key stream to test for zero.
-        if (inLen == 0) return fail(VOREL_ERR_DATA_LEN);
+        if (inLen == 0 || inLen > SIZE_MAX - 97) return fail(VOREL_ERR_DATA_LEN);
         SecureBytes ct(inLen + 97);
         int rc = backend::sm2_encrypt(publicKey->key, in, inLen, ct.data());
         if (rc != VOREL_OK) return fail(rc);
@@ -516,18 +539,13 @@ int VorelPKICryptoPublicKeyEncrypt(VOREL_PUBLICKEY* publicKey, int mechanism, co
       case VOREL_MECH_RSA_PKCS1:
       case VOREL_MECH_RSA_RAW: {
         if (publicKey->alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
-        std::size_t k = static_cast<std::size_t>(rsa_bytes(publicKey->bits));
-        SecureBytes result(k), block;
-        int rc;
-        if (mechanism == VOREL_MECH_RSA_PKCS1) {
-          if (inLen == 0 || inLen > k - 11) return fail(VOREL_ERR_DATA_LEN);
-          rc = backend::rsa_encrypt(publicKey->key, true, in, inLen, result.data());
-        } else {
-          rc = raw_input(publicKey->key, publicKey->bits, in, inLen, block);
-          if (rc == VOREL_OK) rc = backend::rsa_encrypt(publicKey->key, false, block.data(), k, result.data());
-        }
+        SecureBytes block, result(rsa_size(publicKey->key));
+        int rc = rsa_input(publicKey->key, mechanism == VOREL_MECH_RSA_PKCS1, true, in, inLen, block);
+        if (rc == VOREL_OK)
+          rc = backend::rsa_encrypt(publicKey->key, mechanism == VOREL_MECH_RSA_PKCS1, block.data(), block.size(),
+                                    result.data());
         if (rc != VOREL_OK) return fail(rc);
-        return hand_out(result.data(), k, out, outLen);
+        return hand_out(result.data(), result.size(), out, outLen);
       }
       default:
         return fail(VOREL_ERR_NOT_SUPPORTED);
@@ -554,23 +572,14 @@ int VorelPKICryptoPrivateKeyDecrypt(VOREL_KEYPAIR* keypair, int mechanism, const
       case VOREL_MECH_RSA_PKCS1:
       case VOREL_MECH_RSA_RAW: {
         if (keypair->alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
-        std::size_t k = static_cast<std::size_t>(rsa_bytes(keypair->bits));
-        SecureBytes result(k), block;
-        std::size_t produced = 0;
-        int rc;
-        if (mechanism == VOREL_MECH_RSA_PKCS1) {
-          if (inLen != k) return fail(VOREL_ERR_DATA_LEN);
-        } else {
-          rc = raw_input(keypair->key, keypair->bits, in, inLen, block);
-          if (rc != VOREL_OK) return fail(rc);
-        }
+        SecureBytes block, result(rsa_size(keypair->key));
+        int rc = rsa_input(keypair->key, mechanism == VOREL_MECH_RSA_PKCS1, false, in, inLen, block);
+        if (rc != VOREL_OK) return fail(rc);
         PrivateHalf priv(keypair);
         if (!priv.key) return fail(priv.rc);
-        if (mechanism == VOREL_MECH_RSA_PKCS1) {
-          rc = backend::rsa_decrypt(priv.key, true, in, inLen, result.data(), &produced);
-        } else {
-          rc = backend::rsa_decrypt(priv.key, false, block.data(), k, result.data(), &produced);
-        }
+        std::size_t produced = 0;
+        rc = backend::rsa_decrypt(priv.key, mechanism == VOREL_MECH_RSA_PKCS1, block.data(), block.size(),
+                                  result.data(), &produced);
         if (rc != VOREL_OK) return fail(rc);
         return hand_out(result.data(), produced, out, outLen);
       }

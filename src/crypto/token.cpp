@@ -222,7 +222,7 @@ int require_user(VOREL_DEVICE* device) {
   return t.login == Login::User ? VOREL_OK : VOREL_ERR_NOT_LOGGED_IN;
 }
 
-int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int bits, int type, VOREL_KEYPAIR** keypair) {
+int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int type, VOREL_KEYPAIR** keypair) {
   std::shared_ptr<backend::Key> priv(key, KeyFree());
   Token& t = *device->token;
   SecureBytes pkcs8, spki;
@@ -240,7 +240,7 @@ int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int bits, in
       k.id = id = t.c.nextKeyId++;
       k.type = static_cast<std::uint32_t>(type);
       k.alg = static_cast<std::uint32_t>(alg);
-      k.bits = static_cast<std::uint32_t>(bits);
+      k.bits = static_cast<std::uint32_t>(key_bits(key, alg));
       k.spki.assign(spki.begin(), spki.end());
       k.sealed.resize(pkcs8.size());
       std::string aad = key_aad(t.c.instance, k);
@@ -259,7 +259,7 @@ int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int bits, in
     backend::key_free(pub);
     return rc;
   }
-  rc = keypair_object(device, alg, bits, type, pub, keypair);
+  rc = keypair_object(device, alg, type, pub, keypair);
   if (rc == VOREL_OK) (*keypair)->tokenId = id;
   return rc;
 }
@@ -285,11 +285,15 @@ std::shared_ptr<backend::Key> private_key(VOREL_KEYPAIR* kp, int* rc) {
       return VOREL_ERR_TOKEN_DAMAGED;
     DecodedKey decoded;
     backend::Key* raw = nullptr;
-    int bits = 0;
     int r = decode_private(pkcs8.data(), pkcs8.size(), decoded);
-    if (r == VOREL_OK) r = key_from_decoded(decoded, true, &raw, &bits);
+    if (r == VOREL_OK) r = key_from_decoded(decoded, true, &raw);
     if (r != VOREL_OK) return VOREL_ERR_TOKEN_DAMAGED;
     key.reset(raw, KeyFree());
+    // The private half must be the one of the public key the pair is known by: every size comes from that.
+    SecureBytes spki;
+    if (!encode_public(raw, decoded.alg, spki) ||
+        k.spki.compare(0, std::string::npos, reinterpret_cast<const char*>(spki.data()), spki.size()) != 0)
+      return VOREL_ERR_TOKEN_DAMAGED;
     t.keys[k.id] = key;
     return VOREL_OK;
   });
@@ -672,14 +676,14 @@ VOREL_KEYPAIR* VorelPKICryptoGetKeypair(VOREL_DEVICE* device, int index) {
       if (static_cast<std::size_t>(index) >= t->c.keys.size()) return fail(VOREL_ERR_PARAM), nullptr;
       k = t->c.keys[static_cast<std::size_t>(index)];
     }
+    // Algorithm and size come from the public key itself, never from the record beside it.
     DecodedKey decoded;
     vorel::backend::Key* pub = nullptr;
-    int bits = 0;
     int rc = decode_public(reinterpret_cast<const unsigned char*>(k.spki.data()), k.spki.size(), decoded);
-    if (rc == VOREL_OK) rc = key_from_decoded(decoded, false, &pub, &bits);
+    if (rc == VOREL_OK) rc = key_from_decoded(decoded, false, &pub);
     if (rc != VOREL_OK) return fail(VOREL_ERR_TOKEN_DAMAGED), nullptr;
     VOREL_KEYPAIR* kp = nullptr;
-    rc = keypair_object(device, static_cast<int>(k.alg), static_cast<int>(k.bits), static_cast<int>(k.type), pub, &kp);
+    rc = keypair_object(device, decoded.alg, static_cast<int>(k.type), pub, &kp);
     if (rc != VOREL_OK) return fail(rc), nullptr;
     kp->tokenId = k.id;
     kp->label = k.label;
