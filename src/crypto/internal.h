@@ -79,6 +79,8 @@ void encode_sm2_private(const unsigned char* d, const unsigned char* q, SecureBy
 // The checks a decoded key passes before it becomes a key (RSA moduli of 1024 to 4096 bits with
 // an odd exponent, SM2 private values in range), and its size in bits; VOREL_OK or an error code.
 int decoded_bits(const DecodedKey& decoded, bool priv, int* bits);
+// The algorithm and size of a DER public key that passes those checks; VOREL_OK or an error code.
+int public_key_size(const unsigned char* der, std::size_t len, int* alg, int* bits);
 // Builds a backend key from decoded numbers after checking them; VOREL_OK or an error code.
 int key_from_decoded(const DecodedKey& decoded, bool priv, backend::Key** key);
 // A key's size as the key itself has it: RSA modulus bits, 256 for SM2.

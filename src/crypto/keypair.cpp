@@ -224,6 +224,14 @@ int decoded_bits(const DecodedKey& k, bool priv, int* bits) {
   return VOREL_OK;
 }
 
+int public_key_size(const unsigned char* der, std::size_t len, int* alg, int* bits) {
+  DecodedKey decoded;
+  int rc = decode_public(der, len, decoded);
+  if (rc == VOREL_OK) rc = decoded_bits(decoded, false, bits);
+  *alg = decoded.alg;
+  return rc;
+}
+
 int key_from_decoded(const DecodedKey& k, bool priv, backend::Key** key) {
   int bits = 0;
   int rc = decoded_bits(k, priv, &bits);

@@ -235,6 +235,8 @@ int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int type, VO
     Session s(t);
     rc = s.status();
     if (rc == VOREL_OK && t.login != Login::User) rc = VOREL_ERR_NOT_LOGGED_IN;
+    // Numbers are never given twice: a token that has used them all takes no more key pairs.
+    if (rc == VOREL_OK && t.c.nextKeyId == UINT32_MAX) rc = VOREL_ERR_STORE;
     if (rc == VOREL_OK) {
       StoredKey k;
       k.id = id = t.c.nextKeyId++;
@@ -458,6 +460,8 @@ int VorelPKICryptoCreateToken(int type, const char* serial, const char* label, c
     *device = nullptr;
     if (!label) label = "";
     if (std::strlen(label) > VOREL_LABEL_MAX_LEN) return fail(VOREL_ERR_PARAM);
+    if (iterations != 0 && (iterations < vorel::token::kMinIterations || iterations > vorel::token::kMaxIterations))
+      return fail(VOREL_ERR_PARAM);
     if (!pin_length_ok(soPin) || !pin_length_ok(userPin)) return fail(VOREL_ERR_PIN_LEN_RANGE);
     if (!vorel::backend::init()) return fail(VOREL_ERR_GENERAL);
     vorel::token::Contents c;

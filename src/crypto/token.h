@@ -16,6 +16,10 @@ namespace vorel::token {
 constexpr std::uint32_t kFormatVersion = 1;
 constexpr std::size_t kHeaderSize = 28;  // magic, version, instance, generation
 constexpr unsigned kDefaultIterations = 150000;
+// What a token file may hold (docs/tokens.md): a login costs at most some seconds and the try
+// counters stay small, whoever wrote the file.
+constexpr std::uint32_t kMinIterations = 1000, kMaxIterations = 10000000;
+constexpr std::uint32_t kMaxTries = 15;
 
 // A PIN's copy of the token key, sealed under a key derived from the PIN.
 struct PinSlot {

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <set>
 
+#include "crypto/internal.h"
 #include "crypto/token.h"
 #include "platform/platform.h"
 #include "vorel/vorel_crypto.h"
@@ -104,9 +106,50 @@ bool sha256(const char* p, std::size_t n, unsigned char* out) {
   return ok;
 }
 
-int damaged(std::string* why, const char* text) {
+int damaged(std::string* why, const std::string& text) {
   if (why) *why = text;
   return VOREL_ERR_TOKEN_DAMAGED;
+}
+
+std::string num(std::uint32_t v) { return std::to_string(v); }
+
+// What the checksum cannot vouch for, since whoever can write the file can compute one: every
+// value the library sizes, counts or loops by is within bounds, and each key pair is what its
+// public key says.
+int check_values(const Contents& n, std::string* why) {
+  if (!valid_serial(n.serial)) return damaged(why, "invalid serial number");
+  if (n.type == 0 || n.type > 0x7FFFFFFF) return damaged(why, "device type " + num(n.type) + " out of range");
+  if (n.iterations < kMinIterations || n.iterations > kMaxIterations)
+    return damaged(why, "PBKDF2 iterations " + num(n.iterations) + " outside " + num(kMinIterations) + " to " +
+                            num(kMaxIterations));
+  if (n.maxTries == 0 || n.maxTries > kMaxTries)
+    return damaged(why, "tries per PIN " + num(n.maxTries) + " outside 1 to " + num(kMaxTries));
+  if (n.user.remaining > n.maxTries || n.so.remaining > n.maxTries)
+    return damaged(why, "more tries left than a PIN has");
+  std::set<std::uint32_t> ids;
+  for (std::size_t i = 0; i < n.keys.size(); ++i) {
+    const StoredKey& k = n.keys[i];
+    std::string pair = "key pair " + std::to_string(i) + ": ";
+    if (k.id == 0 || k.id >= n.nextKeyId)
+      return damaged(why,
+                     pair + "number " + num(k.id) + " is not one the token gave out (below " + num(n.nextKeyId) + ")");
+    if (!ids.insert(k.id).second) return damaged(why, pair + "number " + num(k.id) + " is used twice");
+    if (k.type != VOREL_KEYPAIR_SIGN && k.type != VOREL_KEYPAIR_ENCRYPT)
+      return damaged(why, pair + "type " + num(k.type) + " is neither signing nor encryption");
+    int alg = 0, bits = 0;
+    if (crypto::public_key_size(reinterpret_cast<const unsigned char*>(k.spki.data()), k.spki.size(), &alg, &bits) !=
+        VOREL_OK)
+      return damaged(why, pair + "the public key is not one the library takes");
+    if (k.alg != static_cast<std::uint32_t>(alg))
+      return damaged(why, pair + "algorithm " + num(k.alg) + " recorded for a public key of algorithm " + num(alg));
+    if (k.bits != static_cast<std::uint32_t>(bits))
+      return damaged(why, pair + num(k.bits) + " bits recorded for a public key of " + std::to_string(bits));
+  }
+  for (const auto& d : n.data)
+    for (unsigned char who : d.second.access)
+      if (who & ~(VOREL_ACCESS_USER | VOREL_ACCESS_SO | VOREL_ACCESS_ANYONE))
+        return damaged(why, "data object " + num(d.first) + ": unknown access bits");
+  return VOREL_OK;
 }
 
 }  // namespace
@@ -200,9 +243,8 @@ int parse(const std::string& file, Contents& c, std::string* why) {
     if (!n.data.emplace(id, std::move(d)).second) return damaged(why, "data object listed twice");
   }
   if (!r.ok() || !r.done()) return damaged(why, "truncated or overlong record");
-  if (!valid_serial(n.serial) || n.iterations == 0 || n.maxTries == 0 || n.user.remaining > n.maxTries ||
-      n.so.remaining > n.maxTries)
-    return damaged(why, "inconsistent values");
+  int rc = check_values(n, why);
+  if (rc != VOREL_OK) return rc;
   c = std::move(n);
   return VOREL_OK;
 }

@@ -233,7 +233,7 @@ int main(int argc, char** argv) {
   soOpt(init);
   pinOpt(init);
   init->add_option("--kdf-iterations", iterations, "PBKDF2 iterations of the PIN keys (default 150000)")
-      ->check(CLI::Range(1u, 100000000u));
+      ->check(CLI::Range(vorel::token::kMinIterations, vorel::token::kMaxIterations));
 
   CLI::App* list = app.add_subcommand("list", "List the tokens with their key pairs");
   list->add_option("--type", type, "Only tokens of this device type");
