@@ -79,9 +79,14 @@ struct Proof {
   std::uint32_t iterations = 0;
 };
 
-// Checks a PIN against its try counter. The try is spent on the token before the PIN is looked
-// at, so that a kill during the check cannot give it back; a right PIN restores the counter.
+// Checks a PIN against its try counter, one check at a time per token and across processes, as a
+// card does: were checks to overlap, each in flight would hold a spent try and a seventh at once
+// would find none left even for the right PIN. The try is spent on the token before the PIN is
+// looked at, so that a kill during the check cannot give it back; a right PIN restores the
+// counter. The slow derivation holds only the PIN lock: readers and writers of the token go on.
 int check_pin(Token& t, int type, const char* pin, unsigned* retries, Proof& proof) {
+  token::TokenLock serial(t.pinMu, t.pinLockPath);
+  if (!serial.held()) return VOREL_ERR_STORE;
   PinSlot slot;
   {
     Session s(t);

@@ -10,6 +10,7 @@
 
 #include "crypto/backend.h"
 #include "crypto/secure.h"
+#include "platform/platform.h"
 
 namespace vorel::token {
 
@@ -69,8 +70,9 @@ enum class Login { None, User, So };
 // One token as this process sees it: the last committed contents read from its file, and the
 // login. Shared by every device object of the token; lives as long as the process.
 struct Token {
-  std::string path, lockPath;
-  std::mutex mu;  // taken before the file lock
+  std::string path, lockPath, pinLockPath;
+  std::mutex mu;     // taken before the file lock
+  std::mutex pinMu;  // taken before the PIN lock file, which is taken before mu
   Contents c;
   bool loaded = false;
   Login login = Login::None;
@@ -88,13 +90,25 @@ bool valid_serial(const std::string& serial);
 // The process's one Token for a file path.
 std::shared_ptr<Token> token_at(const std::string& path);
 
-// Holds a token's in-process mutex and its file lock, and brings its contents up to date.
+// A token's in-process mutex and then one of its lock files, held until destroyed.
+class TokenLock {
+ public:
+  TokenLock(std::mutex& mu, const std::string& path);
+  ~TokenLock();
+  TokenLock(const TokenLock&) = delete;
+  TokenLock& operator=(const TokenLock&) = delete;
+  // False when the lock file could not be opened.
+  bool held() const { return file_ != nullptr; }
+
+ private:
+  std::unique_lock<std::mutex> guard_;
+  platform::FileLock* file_;
+};
+
+// Holds a token's lock, and brings its contents up to date.
 class Session {
  public:
   explicit Session(Token& t);
-  ~Session();
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
   // VOREL_OK once the contents are current; else why not.
   int status() const { return status_; }
   // Why the file could not be read as a token.
@@ -108,8 +122,7 @@ class Session {
 
  private:
   Token& t_;
-  std::unique_lock<std::mutex> guard_;
-  void* file_ = nullptr;
+  TokenLock lock_;
   int status_;
   std::string why_;
 };

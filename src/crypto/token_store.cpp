@@ -310,14 +310,19 @@ std::shared_ptr<Token> token_at(const std::string& path) {
   if (!slot) {
     slot = std::make_shared<Token>();
     slot->path = path;
-    slot->lockPath = path.substr(0, path.size() - 6) + ".lock";
+    std::string base = path.substr(0, path.size() - 6);
+    slot->lockPath = base + ".lock";
+    slot->pinLockPath = base + ".pinlock";
   }
   return slot;
 }
 
-Session::Session(Token& t) : t_(t), guard_(t.mu) {
-  file_ = platform::file_lock(t.lockPath);
-  if (!file_) {
+TokenLock::TokenLock(std::mutex& mu, const std::string& path) : guard_(mu), file_(platform::file_lock(path)) {}
+
+TokenLock::~TokenLock() { platform::file_unlock(file_); }
+
+Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath) {
+  if (!lock_.held()) {
     status_ = VOREL_ERR_STORE;
     return;
   }
@@ -347,8 +352,6 @@ Session::Session(Token& t) : t_(t), guard_(t.mu) {
   // A token deleted and made again under the same name has another token key.
   if (!t.loaded || t.c.instance != instance) t.logout();
 }
-
-Session::~Session() { platform::file_unlock(static_cast<platform::FileLock*>(file_)); }
 
 int Session::commit() {
   if (status_ != VOREL_OK) return status_;
