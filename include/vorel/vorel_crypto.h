@@ -198,6 +198,11 @@ int VorelPKICryptoCreateToken(int type, const char* serial, const char* label, c
                               unsigned iterations, VOREL_DEVICE** device);
 /* Removes the token from the folder; needs the SO PIN verified in this process. */
 int VorelPKICryptoDeleteToken(VOREL_DEVICE* device);
+/* What a caller should log about the token folder: VOREL_OK with *text NULL when there is
+ * nothing to say, else VOREL_OK and a text (freed with VorelPKICryptoFreeMemory) such as the
+ * folder and its mode when other users may reach it (group or other permission bits, as SSH
+ * warns for its keys). On Windows *text is always NULL. */
+int VorelPKICryptoGetStoreWarning(char** text);
 
 /* ---- Passwords (VOREL_PWD_USER, VOREL_PWD_SO) ----
  * Every attempt first logs the token out in this process. A wrong PIN answers

@@ -85,8 +85,8 @@ struct Proof {
 // looked at, so that a kill during the check cannot give it back; a right PIN restores the
 // counter. The slow derivation holds only the PIN lock: readers and writers of the token go on.
 int check_pin(Token& t, int type, const char* pin, unsigned* retries, Proof& proof) {
-  token::TokenLock serial(t.pinMu, t.pinLockPath);
-  if (!serial.held()) return VOREL_ERR_STORE;
+  token::TokenLock serial(t.pinMu, t.pinLockPath, true);
+  if (!serial.exclusive()) return VOREL_ERR_STORE;
   PinSlot slot;
   {
     Session s(t);
@@ -516,6 +516,15 @@ int VorelPKICryptoDeleteToken(VOREL_DEVICE* device) {
     if (t->login != Login::So) return fail(VOREL_ERR_NOT_LOGGED_IN);
     int rc = s.remove();
     return rc == VOREL_OK ? ok() : fail(rc);
+  });
+}
+
+int VorelPKICryptoGetStoreWarning(char** text) {
+  return guard([&] {
+    if (!text) return fail(VOREL_ERR_PARAM);
+    *text = nullptr;
+    std::string warning = vorel::token::store_warning();
+    return warning.empty() ? ok() : hand_out_text(warning.data(), warning.size(), text);
   });
 }
 

@@ -84,28 +84,34 @@ struct Token {
 
 // The token file name for a type and serial number, and the folder tokens live in.
 std::string token_dir();
+// What to warn of about the folder (other users may reach it), or nothing.
+std::string store_warning();
 std::string file_name(int type, const std::string& serial);
 bool valid_serial(const std::string& serial);
 
 // The process's one Token for a file path.
 std::shared_ptr<Token> token_at(const std::string& path);
 
-// A token's in-process mutex and then one of its lock files, held until destroyed.
+// A token's in-process mutex and then one of its lock files, held until destroyed. A lock for
+// reading may come without the file (see platform::file_lock).
 class TokenLock {
  public:
-  TokenLock(std::mutex& mu, const std::string& path);
+  TokenLock(std::mutex& mu, const std::string& path, bool forWriting);
   ~TokenLock();
   TokenLock(const TokenLock&) = delete;
   TokenLock& operator=(const TokenLock&) = delete;
-  // False when the lock file could not be opened.
+  // False when no lock could be had at all.
   bool held() const { return file_ != nullptr; }
+  // True when other processes are kept out: what a write needs.
+  bool exclusive() const { return platform::file_lock_exclusive(file_); }
 
  private:
   std::unique_lock<std::mutex> guard_;
   platform::FileLock* file_;
 };
 
-// Holds a token's lock, and brings its contents up to date.
+// Holds a token's lock, and brings its contents up to date. Reading needs no lock file where
+// none can be made; writing does.
 class Session {
  public:
   explicit Session(Token& t);
@@ -113,7 +119,10 @@ class Session {
   int status() const { return status_; }
   // Why the file could not be read as a token.
   const std::string& why() const { return why_; }
-  // Writes the contents back as the next generation.
+  // True when the session keeps other processes out, as writing needs.
+  bool exclusive() const { return lock_.exclusive(); }
+  // Writes the contents back as the next generation, first removing what writers killed while
+  // writing left behind.
   int commit();
   // Writes a new token where there is none (VOREL_ERR_EXISTS otherwise).
   int create(Contents&& c);

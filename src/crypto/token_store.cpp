@@ -1,5 +1,6 @@
 // The token file format, the token folder and the per-process token table.
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <set>
@@ -272,6 +273,15 @@ std::string token_dir() {
   return dir;
 }
 
+std::string store_warning() {
+  std::string dir = token_dir();
+  unsigned mode = dir.empty() ? 0 : platform::permissions(dir);
+  if ((mode & 077) == 0) return std::string();
+  char octal[8];
+  std::snprintf(octal, sizeof octal, "%04o", mode & 07777);
+  return "token folder " + dir + " has mode " + octal + ": other users may reach its tokens (chmod 700 it)";
+}
+
 bool valid_serial(const std::string& serial) {
   if (serial.empty() || serial.size() > VOREL_SERIAL_MAX_LEN) return false;
   return std::all_of(serial.begin(), serial.end(), [](char ch) {
@@ -317,11 +327,29 @@ std::shared_ptr<Token> token_at(const std::string& path) {
   return slot;
 }
 
-TokenLock::TokenLock(std::mutex& mu, const std::string& path) : guard_(mu), file_(platform::file_lock(path)) {}
+namespace {
+// A writer killed while writing leaves its temporary file "<name>.tmp<pid>" beside the token;
+// none is live while the token's lock is held.
+void remove_temporaries(const std::string& dir, const std::string& name, const std::vector<std::string>& names) {
+  const std::string temp = name + ".tmp";
+  for (const std::string& other : names)
+    if (other.compare(0, temp.size(), temp) == 0) platform::remove_file(dir + platform::path_separator() + other);
+}
+
+void sweep_temporaries(const std::string& path) {
+  std::size_t sep = path.find_last_of(platform::path_separator());
+  std::vector<std::string> names;
+  if (sep == std::string::npos || !platform::list_dir(path.substr(0, sep), names)) return;
+  remove_temporaries(path.substr(0, sep), path.substr(sep + 1), names);
+}
+}  // namespace
+
+TokenLock::TokenLock(std::mutex& mu, const std::string& path, bool forWriting)
+    : guard_(mu), file_(platform::file_lock(path, forWriting)) {}
 
 TokenLock::~TokenLock() { platform::file_unlock(file_); }
 
-Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath) {
+Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath, false) {
   if (!lock_.held()) {
     status_ = VOREL_ERR_STORE;
     return;
@@ -355,6 +383,8 @@ Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath) {
 
 int Session::commit() {
   if (status_ != VOREL_OK) return status_;
+  if (!lock_.exclusive()) return VOREL_ERR_STORE;
+  sweep_temporaries(t_.path);
   ++t_.c.generation;
   std::string image = serialize(t_.c);
   if (!platform::write_file_atomic(t_.path, image.data(), image.size())) {
@@ -368,6 +398,7 @@ int Session::commit() {
 int Session::create(Contents&& c) {
   if (status_ == VOREL_OK) return VOREL_ERR_EXISTS;
   if (status_ != VOREL_ERR_DEVICE_REMOVED) return status_;
+  if (!lock_.exclusive()) return VOREL_ERR_STORE;
   t_.c = std::move(c);
   t_.c.generation = 0;
   t_.logout();
@@ -378,6 +409,7 @@ int Session::create(Contents&& c) {
 
 int Session::remove() {
   if (status_ != VOREL_OK) return status_;
+  if (!lock_.exclusive()) return VOREL_ERR_STORE;
   if (!platform::remove_file(t_.path)) return VOREL_ERR_STORE;
   t_.loaded = false;
   t_.logout();
@@ -399,10 +431,7 @@ std::vector<Listed> scan(int type, std::vector<Problem>* problems) {
     std::string why;
     {
       Session s(*entry.token);
-      // A writer killed while writing leaves its temporary file; none is live while we hold the lock.
-      const std::string temp = name + ".tmp";
-      for (const std::string& other : names)
-        if (other.compare(0, temp.size(), temp) == 0) platform::remove_file(dir + platform::path_separator() + other);
+      if (s.exclusive()) remove_temporaries(dir, name, names);
       if (s.status() != VOREL_OK) {
         why = s.status() == VOREL_ERR_TOKEN_DAMAGED ? s.why() : "cannot be read";
       } else if (file_name(static_cast<int>(entry.token->c.type), entry.token->c.serial) != name) {

@@ -11,6 +11,10 @@
 #include "platform/platform.h"
 #include "support.h"
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 using namespace crypto_test;
@@ -532,6 +536,22 @@ TEST_F(Tokens, TheFileHoldsNoKeyMaterialPinOrTokenKeyInTheClear) {
   std::string file = testsupport::read_file(path_of(5, "T1"));
   ASSERT_GT(file.size(), 1000u);
   for (const Bytes& s : secrets) EXPECT_EQ(file.find(std::string(s.begin(), s.end())), std::string::npos) << hex(s);
+}
+
+TEST_F(Tokens, AFolderOtherUsersMayReachIsWarnedOf) {
+  Text quiet;
+  ASSERT_EQ(VorelPKICryptoGetStoreWarning(&quiet.p), VOREL_OK);
+  EXPECT_EQ(quiet.p, nullptr);  // made for its owner alone; on Windows always nothing to say
+  EXPECT_EQ(VorelPKICryptoGetStoreWarning(nullptr), VOREL_ERR_PARAM);
+#ifndef _WIN32
+  ASSERT_EQ(chmod(dir_.c_str(), 0750), 0);
+  Text warning;
+  ASSERT_EQ(VorelPKICryptoGetStoreWarning(&warning.p), VOREL_OK);
+  ASSERT_NE(warning.p, nullptr);
+  std::string text = warning.p, dir = dir_.substr(0, dir_.size() - 1);
+  EXPECT_NE(text.find(dir + " has mode 0750"), std::string::npos) << text;
+  ASSERT_EQ(chmod(dir_.c_str(), 0700), 0);
+#endif
 }
 
 TEST_F(Tokens, ThePseudoDeviceHasNoPasswordsOrDataObjects) {

@@ -5,6 +5,10 @@
 #include "crypto_support.h"
 #include "support.h"
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 using namespace crypto_test;
@@ -100,6 +104,25 @@ TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
   EXPECT_EQ(tool(on_token({"delete", "--so-pin", "so-pin-1"})), 0);
   ASSERT_EQ(tool({"list"}), 0);
   EXPECT_NE(out_.find("No tokens."), std::string::npos) << out_;
+}
+
+TEST_F(VorelTokenTool, ListSaysWhatIsWrongWithTheFolderAndItsFiles) {
+  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "fine", "--so-pin", "so-pin-1", "--pin",
+                  "user-pin", "--kdf-iterations", "1000"}),
+            0);
+  testsupport::write_file(dir_ + "7-BAD.token", "not a token at all, but named like one");
+#ifndef _WIN32
+  ASSERT_EQ(chmod(dir_.c_str(), 0755), 0);
+#endif
+  ASSERT_EQ(tool({"list"}), 0);
+  EXPECT_NE(out_.find("7#E2E  type 7  serial E2E  label \"fine\""), std::string::npos) << out_;
+  EXPECT_NE(out_.find("skipped 7-BAD.token: not a token file"), std::string::npos) << out_;
+#ifndef _WIN32
+  EXPECT_NE(out_.find("warning: token folder " + dir_.substr(0, dir_.size() - 1) + " has mode 0755"), std::string::npos)
+      << out_;
+#else
+  EXPECT_EQ(out_.find("warning:"), std::string::npos) << out_;
+#endif
 }
 
 }  // namespace

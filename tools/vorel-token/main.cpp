@@ -142,6 +142,8 @@ void list_tokens(int type) {
   std::vector<vorel::token::Problem> problems;
   auto found = vorel::token::scan(type, &problems);
   std::printf("Token folder: %s\n", vorel::token::token_dir().c_str());
+  Text warning;
+  if (VorelPKICryptoGetStoreWarning(&warning.p) == VOREL_OK && warning.p) std::printf("warning: %s\n", warning.p);
   if (found.empty()) std::printf("No tokens.\n");
   for (const auto& t : found) {
     Device d;
@@ -162,7 +164,7 @@ void list_tokens(int type) {
       if (kp.p) std::printf("  key pair %d: %s\n", i, describe_keypair(kp.p).c_str());
     }
   }
-  for (const auto& p : problems) std::fprintf(stderr, "skipped %s: %s\n", p.file.c_str(), p.why.c_str());
+  for (const auto& p : problems) std::printf("skipped %s: %s\n", p.file.c_str(), p.why.c_str());
 }
 
 // The DER of a key or certificate file written as DER or PEM.
