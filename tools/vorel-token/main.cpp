@@ -322,7 +322,9 @@ int main(int argc, char** argv) {
       std::printf("Deleted token %s\n", name.c_str());
     } else if (keygen->parsed() || importKey->parsed()) {
       Bytes key;
-      if (importKey->parsed()) key = load(file, {"PRIVATE KEY", "EC PRIVATE KEY", "RSA PRIVATE KEY"}, "private key");
+      // SEC1 comes as "EC PRIVATE KEY", and from OpenSSL 3.0 for SM2 keys as "SM2 PRIVATE KEY".
+      if (importKey->parsed())
+        key = load(file, {"PRIVATE KEY", "EC PRIVATE KEY", "SM2 PRIVATE KEY", "RSA PRIVATE KEY"}, "private key");
       verify(d.p, VOREL_PWD_USER, pin(userPin, "VOREL_TOKEN_PIN", "User PIN: "));
       Keypair kp;
       if (keygen->parsed()) {
