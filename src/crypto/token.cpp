@@ -176,10 +176,11 @@ int with_data(VOREL_DEVICE* device, unsigned id, Access how, bool write, Op op) 
 
 bool range_ok(std::size_t size, std::size_t offset, std::size_t len) { return offset <= size && len <= size - offset; }
 
-VOREL_DEVICE* new_token_device(int type, const std::shared_ptr<Token>& t) {
+VOREL_DEVICE* new_token_device(int type, const std::string& serial, const std::shared_ptr<Token>& t) {
   auto* d = new (std::nothrow) vorel_device_st;
   if (!d) return nullptr;
   d->type = type;
+  d->serial = serial;
   d->token = t;
   return d;
 }
@@ -359,7 +360,7 @@ VOREL_DEVICE_LIST* VorelPKICryptoGetAllDevices(int type, int flags) {
       if (VorelPKICryptoGetPseudoDevice(&pseudo) == VOREL_OK) list->devices.push_back(pseudo);
     } else if (flags & VOREL_ENUM_TOKENS) {
       for (const auto& listed : vorel::token::scan(type, nullptr)) {
-        VOREL_DEVICE* d = new_token_device(listed.type, listed.token);
+        VOREL_DEVICE* d = new_token_device(listed.type, listed.serial, listed.token);
         if (d) list->devices.push_back(d);
       }
     }
@@ -416,7 +417,7 @@ int VorelPKICryptoFindDevice(int type, const char* serial, int flags, VOREL_DEVI
       if (s.status() != VOREL_OK) return fail(s.status());
       if (t->c.type != static_cast<std::uint32_t>(type) || t->c.serial != serial) return fail(VOREL_ERR_TOKEN_DAMAGED);
     }
-    *device = new_token_device(type, t);
+    *device = new_token_device(type, serial, t);
     return *device ? ok() : fail(VOREL_ERR_MEMORY);
   });
 }
@@ -430,7 +431,8 @@ int VorelPKICryptoGetDeviceType(VOREL_DEVICE* device) {
 }
 
 namespace {
-// A text of the token's header, or of the pseudo device.
+// A text of the token's header, or of the pseudo device. A token's serial number is its name:
+// it needs no read of the token, so that naming the listed devices stays as cheap as listing.
 int device_text(VOREL_DEVICE* device, char** out, bool serial) {
   if (!device || !out) return fail(VOREL_ERR_PARAM);
   Token* t = token_of(device);
@@ -438,11 +440,12 @@ int device_text(VOREL_DEVICE* device, char** out, bool serial) {
     const char* text = serial ? kPseudoSerial : kPseudoLabel;
     return hand_out_text(text, std::strlen(text), out);
   }
+  if (serial) return hand_out_text(device->serial.data(), device->serial.size(), out);
   std::string text;
   {
     Session s(*t);
     if (s.status() != VOREL_OK) return fail(s.status());
-    text = serial ? t->c.serial : t->c.label;
+    text = t->c.label;
   }
   return hand_out_text(text.data(), text.size(), out);
 }
@@ -495,14 +498,15 @@ int VorelPKICryptoCreateToken(int type, const char* serial, const char* label, c
       return fail(VOREL_ERR_GENERAL);
     std::string dir = vorel::token::token_dir();
     if (dir.empty() || !vorel::platform::make_dirs(dir)) return fail(VOREL_ERR_STORE);
+    const std::string name = c.serial;
     std::shared_ptr<Token> t =
-        vorel::token::token_at(dir + vorel::platform::path_separator() + vorel::token::file_name(type, c.serial));
+        vorel::token::token_at(dir + vorel::platform::path_separator() + vorel::token::file_name(type, name));
     {
       Session s(*t);
       int rc = s.create(std::move(c));
       if (rc != VOREL_OK) return fail(rc);
     }
-    *device = new_token_device(type, t);
+    *device = new_token_device(type, name, t);
     return *device ? ok() : fail(VOREL_ERR_MEMORY);
   });
 }

@@ -140,8 +140,11 @@ class Session {
 struct Problem {
   std::string file, why;
 };
-// The tokens of a type (every type when negative) in the folder, by type and serial number;
-// problems collect skipped files.
+// The tokens of a type (every type when negative) in the folder, by type and serial number.
+// Given problems (vorel-token list), every file is read whole and checked, and those that fail
+// are reported there. Without (VorelPKICryptoGetAllDevices, on every SKF_EnumDev), only the
+// head naming each token is read, so a listing costs the same whatever the tokens hold; full
+// checks wait for the first real use of a token.
 struct Listed {
   int type;
   std::string serial;

@@ -83,6 +83,30 @@ class Reader {
   bool ok_ = true;
 };
 
+// The head of a token file: what names its committed state, and what names the token.
+struct Head {
+  std::uint64_t instance = 0, generation = 0;
+  std::uint32_t type = 0;
+  std::string serial;
+};
+constexpr std::size_t kNamedHeadSize = kHeaderSize + 4 + 4 + VOREL_SERIAL_MAX_LEN;
+
+// From the first kHeaderSize bytes, or with named the first kNamedHeadSize (or the whole file
+// when shorter); false when they are no token's.
+bool read_head(const std::string& bytes, Head& h, bool named) {
+  Reader r(bytes, bytes.size());
+  char magic[sizeof kMagic];
+  r.raw(magic, sizeof magic);
+  bool ours = r.ok() && std::memcmp(magic, kMagic, sizeof kMagic) == 0 && r.u32() == kFormatVersion;
+  h.instance = r.u64();
+  h.generation = r.u64();
+  if (named) {
+    h.type = r.u32();
+    r.blob(h.serial, VOREL_SERIAL_MAX_LEN);
+  }
+  return ours && r.ok() && (!named || (h.type > 0 && h.type <= 0x7FFFFFFF && valid_serial(h.serial)));
+}
+
 void write_pin(Writer& w, const PinSlot& s) {
   w.u32(s.remaining);
   w.raw(s.salt, sizeof s.salt);
@@ -362,16 +386,10 @@ Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath, false) {
     status_ = VOREL_ERR_DEVICE_REMOVED;
     return;
   }
-  if (t.loaded && head.size() == kHeaderSize) {
-    Reader r(head, kHeaderSize);
-    char magic[8];
-    r.raw(magic, sizeof magic);
-    r.u32();
-    std::uint64_t instance = r.u64(), generation = r.u64();
-    if (instance == t.c.instance && generation == t.c.generation) {
-      status_ = VOREL_OK;
-      return;
-    }
+  Head h;
+  if (t.loaded && read_head(head, h, false) && h.instance == t.c.instance && h.generation == t.c.generation) {
+    status_ = VOREL_OK;
+    return;
   }
   std::string file;
   std::uint64_t instance = t.c.instance;
@@ -428,18 +446,30 @@ std::vector<Listed> scan(int type, std::vector<Problem>* problems) {
     if (name.size() <= suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) continue;
     if (type >= 0 && name.compare(0, prefix.size(), prefix) != 0) continue;
     Listed entry{0, "", token_at(dir + platform::path_separator() + name)};
+    Token& t = *entry.token;
     std::string why;
-    {
-      Session s(*entry.token);
+    if (problems) {
+      Session s(t);
       if (s.exclusive()) remove_temporaries(dir, name, names);
       if (s.status() != VOREL_OK) {
         why = s.status() == VOREL_ERR_TOKEN_DAMAGED ? s.why() : "cannot be read";
-      } else if (file_name(static_cast<int>(entry.token->c.type), entry.token->c.serial) != name) {
+      } else if (file_name(static_cast<int>(t.c.type), t.c.serial) != name) {
         why = "holds another token than its name says";
       } else {
-        entry.type = static_cast<int>(entry.token->c.type);
-        entry.serial = entry.token->c.serial;
+        entry.type = static_cast<int>(t.c.type);
+        entry.serial = t.c.serial;
       }
+    } else {
+      // Only the head: a listing costs the same whatever the tokens hold.
+      TokenLock lock(t.mu, t.lockPath, false);
+      if (lock.exclusive()) remove_temporaries(dir, name, names);
+      std::string head;
+      Head h;
+      if (!lock.held() || !platform::read_file(t.path, head, kNamedHeadSize) || !read_head(head, h, true) ||
+          file_name(static_cast<int>(h.type), h.serial) != name)
+        continue;
+      entry.type = static_cast<int>(h.type);
+      entry.serial = h.serial;
     }
     if (why.empty()) {
       found.push_back(std::move(entry));
