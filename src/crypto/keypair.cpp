@@ -147,6 +147,12 @@ struct PrivateHalf {
     }
     held = tokens::private_key(kp, &rc);
     key = held.get();
+    // The private half kept from a login writes as many bytes as its own modulus: a token file
+    // rewritten since must not have given the pair another size.
+    if (key && kp->alg == VOREL_ALG_RSA && rsa_size(key) != rsa_size(kp->key)) {
+      key = nullptr;
+      rc = VOREL_ERR_TOKEN_DAMAGED;
+    }
   }
 };
 

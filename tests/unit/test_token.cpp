@@ -265,6 +265,42 @@ TEST_F(Tokens, AFileIsTrustedOnlyForWhatItsPublicKeysAndBoundsProve) {
     EXPECT_EQ(VorelPKICryptoCreateToken(5, "B", "", kSo, kUser, iterations, &none.p), VOREL_ERR_PARAM) << iterations;
 }
 
+TEST_F(Tokens, APairRewrittenUnderALoggedInProcessNeverUsesTheKeyItKept) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair big;
+  big.p = import("rsa.key.der", VOREL_KEYPAIR_ENCRYPT);
+  const unsigned char m[20] = {1};
+  Out sig;
+  ASSERT_EQ(VorelPKICryptoSignHash(big.p, VOREL_MECH_RSA_PKCS1_SIGN, nullptr, m, sizeof m, &sig.p, &sig.n), VOREL_OK);
+  // Another writer gives the pair a 1024-bit public key, consistent as far as the file goes.
+  Dev pseudo;
+  Pair small;
+  ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(pseudo.p, VOREL_ALG_RSA, 1024, 0, VOREL_KEYPAIR_ENCRYPT, &small.p), VOREL_OK);
+  Pub smallPub;
+  smallPub.p = VorelPKICryptoGetPublicKeyFromKeypair(small.p);
+  Out spki;
+  ASSERT_EQ(VorelPKICryptoExportPublicKey(smallPub.p, &spki.p, &spki.n), VOREL_OK);
+  vorel::token::Contents c;
+  ASSERT_EQ(vorel::token::parse(testsupport::read_file(path_of(5, "T1")), c, nullptr), VOREL_OK);
+  c.keys[0].spki.assign(reinterpret_cast<char*>(spki.p), spki.n);
+  c.keys[0].bits = 1024;
+  ++c.generation;
+  testsupport::write_file(path_of(5, "T1"), image(c));
+
+  Pair rewritten;
+  rewritten.p = VorelPKICryptoGetKeypair(token_.p, 0);
+  ASSERT_NE(rewritten.p, nullptr);
+  EXPECT_EQ(VorelPKICryptoGetKeypairBits(rewritten.p), 1024);
+  Out again, plain;
+  EXPECT_EQ(VorelPKICryptoSignHash(rewritten.p, VOREL_MECH_RSA_PKCS1_SIGN, nullptr, m, sizeof m, &again.p, &again.n),
+            VOREL_ERR_TOKEN_DAMAGED);
+  const unsigned char ct[128] = {0, 1};
+  EXPECT_EQ(
+      VorelPKICryptoPrivateKeyDecrypt(rewritten.p, VOREL_MECH_RSA_RAW, nullptr, ct, sizeof ct, &plain.p, &plain.n),
+      VOREL_ERR_TOKEN_DAMAGED);
+}
+
 TEST_F(Tokens, CreationChecksItsArguments) {
   Dev d;
   EXPECT_EQ(create(5, "T1", "again", &d.p), VOREL_ERR_EXISTS);
