@@ -178,7 +178,8 @@ int VorelPKICryptoIsSupportedAlgorithm(VOREL_DEVICE* device, int alg, int bits, 
 int VorelPKICryptoGenerateRandom(VOREL_DEVICE* device, size_t len, unsigned char* out);
 
 /* The devices of a type, in a stable order (tokens by serial number). Type 0 lists the pseudo
- * device. NULL on failure; an empty list is a list. */
+ * device. NULL on failure; an empty list is a list. Reads only the head of each token file, so
+ * its cost does not grow with what tokens hold; a damaged token is found at its first use. */
 VOREL_DEVICE_LIST* VorelPKICryptoGetAllDevices(int type, int flags);
 int VorelPKICryptoGetDeviceCount(VOREL_DEVICE_LIST* list);
 /* A new device reference (freed with VorelPKICryptoFreeDevice), or NULL for a bad index. */
@@ -188,6 +189,7 @@ void VorelPKICryptoFreeDevices(VOREL_DEVICE_LIST* list);
 int VorelPKICryptoFindDevice(int type, const char* serial, int flags, VOREL_DEVICE** device);
 /* Device type, or -1. */
 int VorelPKICryptoGetDeviceType(VOREL_DEVICE* device);
+/* A token's serial number is its name: answered without reading the token. */
 int VorelPKICryptoGetSerialNumber(VOREL_DEVICE* device, char** serial);
 int VorelPKICryptoGetLabel(VOREL_DEVICE* device, char** label);
 
