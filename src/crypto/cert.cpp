@@ -254,7 +254,7 @@ int VorelPKICryptoGetCertificate(VOREL_KEYPAIR* keypair, int index, VOREL_CERT**
       int rc = vorel::crypto::tokens::get_cert(keypair, der);
       if (rc != VOREL_OK) return fail(rc);
     } else {
-      std::lock_guard<std::mutex> guard(keypair->lock);
+      std::lock_guard<std::mutex> hold(keypair->lock);
       der = keypair->cert;
     }
     if (der.empty()) return fail(VOREL_ERR_NOT_FOUND);
@@ -279,7 +279,7 @@ int VorelPKICryptoUpdateCertificate(VOREL_KEYPAIR* keypair, VOREL_CERT* cert) {
       rc = vorel::crypto::tokens::set_cert(keypair, cert->der);
       return rc == VOREL_OK ? ok() : fail(rc);
     }
-    std::lock_guard<std::mutex> guard(keypair->lock);
+    std::lock_guard<std::mutex> hold(keypair->lock);
     keypair->cert = cert->der;
     return ok();
   });

@@ -360,7 +360,7 @@ int VorelPKICryptoGetKeypairBits(VOREL_KEYPAIR* keypair) {
 int VorelPKICryptoGetKeypairLabel(VOREL_KEYPAIR* keypair, char** label) {
   return guard([&] {
     if (!keypair || !label) return fail(VOREL_ERR_PARAM);
-    std::lock_guard<std::mutex> guard(keypair->lock);
+    std::lock_guard<std::mutex> hold(keypair->lock);
     return hand_out_text(keypair->label.c_str(), keypair->label.size(), label);
   });
 }
@@ -372,7 +372,7 @@ int VorelPKICryptoSetKeypairLabel(VOREL_KEYPAIR* keypair, const char* label) {
       int rc = tokens::set_label(keypair, label);
       if (rc != VOREL_OK) return fail(rc);
     }
-    std::lock_guard<std::mutex> guard(keypair->lock);
+    std::lock_guard<std::mutex> hold(keypair->lock);
     keypair->label = label;
     return ok();
   });

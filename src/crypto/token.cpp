@@ -134,7 +134,7 @@ int replace_pin(Token& t, Proof& proof, int type, const char* pin, Login loginAs
 }
 
 void logout(Token& t) {
-  std::lock_guard<std::mutex> guard(t.mu);
+  std::lock_guard<std::mutex> hold(t.mu);
   t.logout();
 }
 
@@ -224,7 +224,7 @@ namespace tokens {
 
 int require_user(VOREL_DEVICE* device) {
   Token& t = *device->token;
-  std::lock_guard<std::mutex> guard(t.mu);
+  std::lock_guard<std::mutex> hold(t.mu);
   return t.login == Login::User ? VOREL_OK : VOREL_ERR_NOT_LOGGED_IN;
 }
 
@@ -275,7 +275,7 @@ int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int type, VO
 std::shared_ptr<backend::Key> private_key(VOREL_KEYPAIR* kp, int* rc) {
   Token& t = *kp->device->token;
   {
-    std::lock_guard<std::mutex> guard(t.mu);
+    std::lock_guard<std::mutex> hold(t.mu);
     if (t.login != Login::User) {
       *rc = VOREL_ERR_NOT_LOGGED_IN;
       return nullptr;
@@ -299,8 +299,7 @@ std::shared_ptr<backend::Key> private_key(VOREL_KEYPAIR* kp, int* rc) {
     key.reset(raw, KeyFree());
     // The private half must be the one of the public key the pair is known by: every size comes from that.
     SecureBytes spki;
-    if (!encode_public(raw, decoded.alg, spki) ||
-        k.spki.compare(0, std::string::npos, reinterpret_cast<const char*>(spki.data()), spki.size()) != 0)
+    if (!encode_public(raw, decoded.alg, spki) || k.spki != std::string(spki.begin(), spki.end()))
       return VOREL_ERR_TOKEN_DAMAGED;
     t.keys[k.id] = key;
     return VOREL_OK;
@@ -544,7 +543,7 @@ int VorelPKICryptoVerifyPwd(VOREL_DEVICE* device, int type, const char* pin, uns
     Proof proof;
     int rc = check_pin(*t, type, pin, retries, proof);
     if (rc != VOREL_OK) return fail(rc);
-    std::lock_guard<std::mutex> guard(t->mu);
+    std::lock_guard<std::mutex> hold(t->mu);
     if (t->c.instance != proof.instance) return fail(VOREL_ERR_DEVICE_REMOVED);
     t->login = type == VOREL_PWD_SO ? Login::So : Login::User;
     t->tokenKey.swap(proof.tokenKey);

@@ -328,7 +328,7 @@ std::map<std::string, std::shared_ptr<Token>>& table() {
 // The end of the process (or the unloading of the library) logs every token out, wiping its keys.
 struct LogoutAtExit {
   ~LogoutAtExit() {
-    std::lock_guard<std::mutex> guard(table_mutex());
+    std::lock_guard<std::mutex> hold(table_mutex());
     for (auto& entry : table()) {
       std::lock_guard<std::mutex> tokenGuard(entry.second->mu);
       entry.second->logout();
@@ -339,7 +339,7 @@ struct LogoutAtExit {
 
 std::shared_ptr<Token> token_at(const std::string& path) {
   static LogoutAtExit logoutAtExit;
-  std::lock_guard<std::mutex> guard(table_mutex());
+  std::lock_guard<std::mutex> hold(table_mutex());
   std::shared_ptr<Token>& slot = table()[path];
   if (!slot) {
     slot = std::make_shared<Token>();
