@@ -1,9 +1,12 @@
-// Software tokens: opening a well-filled token, writing a data object, signing once logged in.
-// Each is set beside the raw work it cannot avoid, as Ours_X / Raw_X.
+// Software tokens: listing, opening a well-filled token, writing a data object, signing once
+// logged in. Each is set beside the raw work it cannot avoid, as Ours_X / Raw_X.
 #include <benchmark/benchmark.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -49,6 +52,68 @@ bool make_token() {
   VOREL_DEVICE* pseudo = nullptr;
   VorelPKICryptoGetPseudoDevice(&pseudo);
   return VorelPKICryptoGenerateKeypair(pseudo, VOREL_ALG_SM2, 256, 0, VOREL_KEYPAIR_SIGN, &g_pseudoKey) == VOREL_OK;
+}
+
+// Folders of n tokens of type 9, each with 9 objects of kib KiB, made by another process so that
+// this one has never opened them.
+std::map<std::pair<int, int>, std::string> g_listDirs;
+const int kListings[][2] = {{1, 64}, {32, 64}, {32, 0}};
+
+bool make_list_dirs() {
+  for (const auto& listing : kListings) {
+    char dir[] = "/tmp/vorel-bench-list-XXXXXX";
+    if (!mkdtemp(dir)) return false;
+    g_listDirs[{listing[0], listing[1]}] = dir;
+    pid_t pid = fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+      setenv("VOREL_TOKEN_DIR", dir, 1);
+      const unsigned char access[4] = {4, 3, 7, 3};
+      for (int i = 0; i < listing[0]; ++i) {
+        VOREL_DEVICE* d = nullptr;
+        unsigned retries = 0;
+        std::string serial = "LIST" + std::to_string(i);
+        if (VorelPKICryptoCreateToken(9, serial.c_str(), "listed", kPin, kPin, 1000, &d) != VOREL_OK ||
+            VorelPKICryptoVerifyPwd(d, VOREL_PWD_USER, kPin, &retries) != VOREL_OK)
+          _exit(1);
+        for (unsigned id = 0; listing[1] > 0 && id < 9; ++id)
+          if (VorelPKICryptoCreateData(d, id, access, static_cast<std::size_t>(listing[1]) * 1024) != VOREL_OK)
+            _exit(1);
+        VorelPKICryptoFreeDevice(d);
+      }
+      _exit(0);
+    }
+    int status = 0;
+    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return false;
+  }
+  return true;
+}
+
+// Listing the tokens of a type, as SKF_EnumDev does on every call: per token it reads the head
+// of the file only, so the time per token (per_token) does not grow with what the tokens hold.
+void Ours_ListTokens(benchmark::State& state) {
+  int n = static_cast<int>(state.range(0));
+  setenv("VOREL_TOKEN_DIR", g_listDirs[{n, static_cast<int>(state.range(1))}].c_str(), 1);
+  for (auto _ : state) {
+    VOREL_DEVICE_LIST* list = VorelPKICryptoGetAllDevices(9, VOREL_ENUM_TOKENS);
+    if (VorelPKICryptoGetDeviceCount(list) != n) state.SkipWithError("listing failed");
+    VorelPKICryptoFreeDevices(list);
+  }
+  state.counters["per_token"] =
+      benchmark::Counter(n, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+// What a listing that checks every token costs at least: reading each file whole.
+void Raw_ListTokens(benchmark::State& state) {
+  std::string dir = g_listDirs[{static_cast<int>(state.range(0)), static_cast<int>(state.range(1))}], file;
+  for (auto _ : state) {
+    std::vector<std::string> names;
+    vorel::platform::list_dir(dir, names);
+    for (const std::string& name : names)
+      if (name.size() > 6 && name.compare(name.size() - 6, 6, ".token") == 0)
+        vorel::platform::read_file(dir + "/" + name, file);
+  }
+  state.counters["file_bytes"] = static_cast<double>(file.size());
 }
 
 // Opening: what a process does first with a token it has not seen (lock, read, check, parse).
@@ -105,6 +170,11 @@ void Ours_TokenSM2Sign(benchmark::State& state) { sign_loop(state, g_tokenKey); 
 // The same signature with a key held in memory by the pseudo device.
 void Raw_TokenSM2Sign(benchmark::State& state) { sign_loop(state, g_pseudoKey); }
 
+void listings(benchmark::internal::Benchmark* b) {
+  for (const auto& listing : kListings) b->Args({listing[0], listing[1]});
+}
+BENCHMARK(Raw_ListTokens)->Apply(listings)->ArgNames({"tokens", "kib"})->Unit(benchmark::kMicrosecond);
+BENCHMARK(Ours_ListTokens)->Apply(listings)->ArgNames({"tokens", "kib"})->Unit(benchmark::kMicrosecond);
 BENCHMARK(Raw_OpenToken)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Ours_OpenToken)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Raw_DataObjectWrite)->Unit(benchmark::kMicrosecond);
@@ -115,6 +185,10 @@ BENCHMARK(Ours_TokenSM2Sign)->Unit(benchmark::kMicrosecond);
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (!make_list_dirs()) {
+    std::fprintf(stderr, "cannot make the tokens to list\n");
+    return 1;
+  }
   if (!make_token()) {
     std::fprintf(stderr, "cannot make the bench token\n");
     return 1;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang and runs each for a while (seconds: $1, default 10),
-# seeded with the keys, signatures and certificates of the test data. Exits non-zero on a finding.
+# seeded with the keys, signatures and certificates of the test data, and the token file reader
+# with token files made by token_seeds. Exits non-zero on a finding.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-10}"
@@ -13,12 +14,18 @@ cmake --build $build -j"$(nproc)" --target fuzz
 seeds=$build/seeds
 mkdir -p $seeds
 bash tests/data/make-test-data.sh $seeds >/dev/null
+rm -rf $seeds/tokens
+$build/bin/token_seeds $seeds/tokens $seeds/sm2.key.der $seeds/sm2.crt.der
 export LSAN_OPTIONS="suppressions=$PWD/fuzz/lsan.supp"
 for target in $build/bin/fuzz_*; do
   name=$(basename "$target")
   corpus=$build/corpus/$name
   mkdir -p "$corpus"
-  cp $seeds/*.der $seeds/*.sig "$corpus"/
+  if [ "$name" = fuzz_token ]; then
+    cp $seeds/tokens/*.token "$corpus"/
+  else
+    cp $seeds/*.der $seeds/*.sig "$corpus"/
+  fi
   # libksba reports every malformed certificate on stderr; keep only libFuzzer's summary.
   if ! "$target" -max_total_time="$seconds" -rss_limit_mb=2048 -print_final_stats=0 "$corpus" \
        >$build/$name.log 2>&1; then

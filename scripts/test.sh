@@ -21,7 +21,7 @@ cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPT
 cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests token_tests device_tests
 ctest --test-dir build/linux-gcrypt --output-on-failure -R "crypto_tests|token_tests|device_tests"
 
-echo "== Fuzzing the decoders and the certificate parser (clang, libFuzzer)"
+echo "== Fuzzing the decoders, the certificate parser and the token file reader (clang, libFuzzer)"
 bash scripts/fuzz.sh 10
 
 echo "== Windows x64 (mingw-w64, libgcrypt) under wine64"

@@ -178,7 +178,8 @@ int VorelPKICryptoIsSupportedAlgorithm(VOREL_DEVICE* device, int alg, int bits, 
 int VorelPKICryptoGenerateRandom(VOREL_DEVICE* device, size_t len, unsigned char* out);
 
 /* The devices of a type, in a stable order (tokens by serial number). Type 0 lists the pseudo
- * device. NULL on failure; an empty list is a list. */
+ * device. NULL on failure; an empty list is a list. Reads only the head of each token file, so
+ * its cost does not grow with what tokens hold; a damaged token is found at its first use. */
 VOREL_DEVICE_LIST* VorelPKICryptoGetAllDevices(int type, int flags);
 int VorelPKICryptoGetDeviceCount(VOREL_DEVICE_LIST* list);
 /* A new device reference (freed with VorelPKICryptoFreeDevice), or NULL for a bad index. */
@@ -188,6 +189,7 @@ void VorelPKICryptoFreeDevices(VOREL_DEVICE_LIST* list);
 int VorelPKICryptoFindDevice(int type, const char* serial, int flags, VOREL_DEVICE** device);
 /* Device type, or -1. */
 int VorelPKICryptoGetDeviceType(VOREL_DEVICE* device);
+/* A token's serial number is its name: answered without reading the token. */
 int VorelPKICryptoGetSerialNumber(VOREL_DEVICE* device, char** serial);
 int VorelPKICryptoGetLabel(VOREL_DEVICE* device, char** label);
 
@@ -198,6 +200,11 @@ int VorelPKICryptoCreateToken(int type, const char* serial, const char* label, c
                               unsigned iterations, VOREL_DEVICE** device);
 /* Removes the token from the folder; needs the SO PIN verified in this process. */
 int VorelPKICryptoDeleteToken(VOREL_DEVICE* device);
+/* What a caller should log about the token folder: VOREL_OK with *text NULL when there is
+ * nothing to say, else VOREL_OK and a text (freed with VorelPKICryptoFreeMemory) such as the
+ * folder and its mode when other users may reach it (group or other permission bits, as SSH
+ * warns for its keys). On Windows *text is always NULL. */
+int VorelPKICryptoGetStoreWarning(char** text);
 
 /* ---- Passwords (VOREL_PWD_USER, VOREL_PWD_SO) ----
  * Every attempt first logs the token out in this process. A wrong PIN answers

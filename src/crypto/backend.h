@@ -76,6 +76,8 @@ Key* rsa_generate(unsigned bits, unsigned long exponent);
 // n and e, and with priv the other six numbers; nullptr when the numbers are not a key.
 Key* rsa_import(const RsaNumbers& numbers, bool priv);
 bool rsa_export(const Key* key, RsaNumbers& numbers, bool priv);
+// The modulus length in bits of an RSA key; 0 for any other key.
+unsigned rsa_bits(const Key* key);
 Key* sm2_generate();
 // q: 65 bytes 04 || x || y (may be nullptr when d is given); d: 32 bytes or nullptr.
 // nullptr when the point is not on the curve or d is out of range.

@@ -396,6 +396,8 @@ Key* rsa_import(const RsaNumbers& k, bool priv) {
   return rsa_from_sexp(pub, sec);
 }
 
+unsigned rsa_bits(const Key* key) { return key->rsa ? gcry_pk_get_nbits(key->pub) : 0; }
+
 bool rsa_export(const Key* key, RsaNumbers& k, bool priv) {
   if (!key->rsa || (priv && !key->priv)) return false;
   gcry_sexp_t s = priv ? key->sec : key->pub;

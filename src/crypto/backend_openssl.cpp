@@ -301,6 +301,8 @@ Key* rsa_import(const RsaNumbers& k, bool priv) {
   return new_key(from_params("RSA", priv ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY, params.get()), true, priv);
 }
 
+unsigned rsa_bits(const Key* key) { return key->rsa ? static_cast<unsigned>(EVP_PKEY_get_bits(key->pkey)) : 0; }
+
 bool rsa_export(const Key* key, RsaNumbers& k, bool priv) {
   if (!key->rsa || (priv && !key->priv)) return false;
   if (!get_bn(key->pkey, OSSL_PKEY_PARAM_RSA_N, k.n) || !get_bn(key->pkey, OSSL_PKEY_PARAM_RSA_E, k.e)) return false;

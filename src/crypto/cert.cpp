@@ -166,109 +166,123 @@ using namespace vorel::crypto;
 extern "C" {
 
 VOREL_CERT* VorelPKICertNewCert(const unsigned char* der, size_t derLen) {
-  if (!der || derLen == 0) return fail(VOREL_ERR_PARAM), nullptr;
-  // One certificate exactly: no trailing bytes.
-  der::Reader top(der, derLen), body;
-  if (!top.next(der::kSequence, body) || !top.empty()) return fail(VOREL_ERR_BAD_ENCODING), nullptr;
-  auto* cert = new (std::nothrow) vorel_cert_st;
-  if (!cert) return fail(VOREL_ERR_MEMORY), nullptr;
-  if (ksba_cert_new(&cert->cert) != 0) {
-    delete cert;
-    return fail(VOREL_ERR_MEMORY), nullptr;
-  }
-  if (ksba_cert_init_from_mem(cert->cert, der, derLen) != 0) {
-    VorelPKICertFreeCert(cert);
-    return fail(VOREL_ERR_BAD_ENCODING), nullptr;
-  }
-  cert->der.assign(der, der + derLen);
-  ok();
-  return cert;
+  return guard([&]() -> VOREL_CERT* {
+    if (!der || derLen == 0) return fail(VOREL_ERR_PARAM), nullptr;
+    // One certificate exactly: no trailing bytes.
+    der::Reader top(der, derLen), body;
+    if (!top.next(der::kSequence, body) || !top.empty()) return fail(VOREL_ERR_BAD_ENCODING), nullptr;
+    auto* cert = new (std::nothrow) vorel_cert_st;
+    if (!cert) return fail(VOREL_ERR_MEMORY), nullptr;
+    if (ksba_cert_new(&cert->cert) != 0) {
+      delete cert;
+      return fail(VOREL_ERR_MEMORY), nullptr;
+    }
+    if (ksba_cert_init_from_mem(cert->cert, der, derLen) != 0) {
+      VorelPKICertFreeCert(cert);
+      return fail(VOREL_ERR_BAD_ENCODING), nullptr;
+    }
+    cert->der.assign(der, der + derLen);
+    ok();
+    return cert;
+  });
 }
 
 void VorelPKICertFreeCert(VOREL_CERT* cert) {
-  if (!cert) return;
-  ksba_cert_release(cert->cert);
-  delete cert;
+  return guard([&] {
+    if (!cert) return;
+    ksba_cert_release(cert->cert);
+    delete cert;
+  });
 }
 
 int VorelPKICertGetCertEncode(VOREL_CERT* cert, int encoding, unsigned char** out, size_t* outLen) {
-  if (!cert || !out || !outLen) return fail(VOREL_ERR_PARAM);
-  if (encoding != VOREL_CERT_ENCODING_DER) return fail(VOREL_ERR_NOT_SUPPORTED);
-  return hand_out(cert->der.data(), cert->der.size(), out, outLen);
+  return guard([&] {
+    if (!cert || !out || !outLen) return fail(VOREL_ERR_PARAM);
+    if (encoding != VOREL_CERT_ENCODING_DER) return fail(VOREL_ERR_NOT_SUPPORTED);
+    return hand_out(cert->der.data(), cert->der.size(), out, outLen);
+  });
 }
 
 int VorelPKICertGetCertPublicKey(VOREL_CERT* cert, int what, VOREL_PUBLICKEY** publicKey) {
-  if (!cert || !publicKey) return fail(VOREL_ERR_PARAM);
-  *publicKey = nullptr;
-  if (what != VOREL_CERT_PUBLIC_KEY) return fail(VOREL_ERR_NOT_SUPPORTED);
-  DecodedKey decoded;
-  int rc = decode_cert_key(cert->cert, decoded);
-  if (rc != VOREL_OK) return fail(rc);
-  SecureBytes der;
-  if (decoded.alg == VOREL_ALG_SM2)
-    encode_sm2_public(decoded.q, der);
-  else
-    encode_rsa_public(decoded.rsa.n, decoded.rsa.e, der);
-  VOREL_DEVICE* pseudo = nullptr;
-  if ((rc = VorelPKICryptoGetPseudoDevice(&pseudo)) != VOREL_OK) return rc;
-  rc = VorelPKICryptoImportPublicKey(pseudo, der.data(), der.size(), publicKey);
-  VorelPKICryptoFreeDevice(pseudo);
-  return rc;
+  return guard([&] {
+    if (!cert || !publicKey) return fail(VOREL_ERR_PARAM);
+    *publicKey = nullptr;
+    if (what != VOREL_CERT_PUBLIC_KEY) return fail(VOREL_ERR_NOT_SUPPORTED);
+    DecodedKey decoded;
+    int rc = decode_cert_key(cert->cert, decoded);
+    if (rc != VOREL_OK) return fail(rc);
+    SecureBytes der;
+    if (decoded.alg == VOREL_ALG_SM2)
+      encode_sm2_public(decoded.q, der);
+    else
+      encode_rsa_public(decoded.rsa.n, decoded.rsa.e, der);
+    VOREL_DEVICE* pseudo = nullptr;
+    if ((rc = VorelPKICryptoGetPseudoDevice(&pseudo)) != VOREL_OK) return rc;
+    rc = VorelPKICryptoImportPublicKey(pseudo, der.data(), der.size(), publicKey);
+    VorelPKICryptoFreeDevice(pseudo);
+    return rc;
+  });
 }
 
 int VorelPKICertGetCertStringAttribute(VOREL_CERT* cert, int attribute, char** text) {
-  if (!cert || !text) return fail(VOREL_ERR_PARAM);
-  switch (attribute) {
-    case VOREL_CERT_ATTR_NOT_BEFORE:
-      return validity(cert->cert, 0, text);
-    case VOREL_CERT_ATTR_NOT_AFTER:
-      return validity(cert->cert, 1, text);
-    case VOREL_CERT_ATTR_ISSUER:
-      return name_text(ksba_cert_get_issuer(cert->cert, 0), text);
-    case VOREL_CERT_ATTR_SUBJECT:
-      return name_text(ksba_cert_get_subject(cert->cert, 0), text);
-    case VOREL_CERT_ATTR_SERIAL:
-      return serial_text(cert->cert, text);
-    default:
-      return fail(VOREL_ERR_NOT_SUPPORTED);
-  }
+  return guard([&] {
+    if (!cert || !text) return fail(VOREL_ERR_PARAM);
+    switch (attribute) {
+      case VOREL_CERT_ATTR_NOT_BEFORE:
+        return validity(cert->cert, 0, text);
+      case VOREL_CERT_ATTR_NOT_AFTER:
+        return validity(cert->cert, 1, text);
+      case VOREL_CERT_ATTR_ISSUER:
+        return name_text(ksba_cert_get_issuer(cert->cert, 0), text);
+      case VOREL_CERT_ATTR_SUBJECT:
+        return name_text(ksba_cert_get_subject(cert->cert, 0), text);
+      case VOREL_CERT_ATTR_SERIAL:
+        return serial_text(cert->cert, text);
+      default:
+        return fail(VOREL_ERR_NOT_SUPPORTED);
+    }
+  });
 }
 
 int VorelPKICryptoGetCertificate(VOREL_KEYPAIR* keypair, int index, VOREL_CERT** cert) {
-  if (!keypair || !cert) return fail(VOREL_ERR_PARAM);
-  *cert = nullptr;
-  if (index != 0) return fail(VOREL_ERR_NOT_FOUND);
-  std::vector<unsigned char> der;
-  if (keypair->device->token) {
-    int rc = vorel::crypto::tokens::get_cert(keypair, der);
-    if (rc != VOREL_OK) return fail(rc);
-  } else {
-    std::lock_guard<std::mutex> guard(keypair->lock);
-    der = keypair->cert;
-  }
-  if (der.empty()) return fail(VOREL_ERR_NOT_FOUND);
-  *cert = VorelPKICertNewCert(der.data(), der.size());
-  return *cert ? ok() : VorelPKIGetLastError();
+  return guard([&] {
+    if (!keypair || !cert) return fail(VOREL_ERR_PARAM);
+    *cert = nullptr;
+    if (index != 0) return fail(VOREL_ERR_NOT_FOUND);
+    std::vector<unsigned char> der;
+    if (keypair->device->token) {
+      int rc = vorel::crypto::tokens::get_cert(keypair, der);
+      if (rc != VOREL_OK) return fail(rc);
+    } else {
+      std::lock_guard<std::mutex> hold(keypair->lock);
+      der = keypair->cert;
+    }
+    if (der.empty()) return fail(VOREL_ERR_NOT_FOUND);
+    *cert = VorelPKICertNewCert(der.data(), der.size());
+    return *cert ? ok() : VorelPKIGetLastError();
+  });
 }
 
 int VorelPKICryptoUpdateCertificate(VOREL_KEYPAIR* keypair, VOREL_CERT* cert) {
-  if (!keypair || !cert) return fail(VOREL_ERR_PARAM);
-  VOREL_PUBLICKEY* certKey = nullptr;
-  int rc = VorelPKICertGetCertPublicKey(cert, VOREL_CERT_PUBLIC_KEY, &certKey);
-  if (rc != VOREL_OK) return rc;
-  VOREL_PUBLICKEY* pairKey = VorelPKICryptoGetPublicKeyFromKeypair(keypair);
-  rc = pairKey ? VorelPKICryptoPublicKeyEqual(certKey, pairKey) : VorelPKIGetLastError();
-  VorelPKICryptoFreePublicKey(certKey);
-  VorelPKICryptoFreePublicKey(pairKey);
-  if (rc == 0) return fail(VOREL_ERR_KEY_MISMATCH);
-  if (rc != 1) return fail(rc);
-  if (keypair->device->token) {
-    rc = vorel::crypto::tokens::set_cert(keypair, cert->der);
-    return rc == VOREL_OK ? ok() : fail(rc);
-  }
-  std::lock_guard<std::mutex> guard(keypair->lock);
-  keypair->cert = cert->der;
-  return ok();
+  return guard([&] {
+    if (!keypair || !cert) return fail(VOREL_ERR_PARAM);
+    VOREL_PUBLICKEY* certKey = nullptr;
+    int rc = VorelPKICertGetCertPublicKey(cert, VOREL_CERT_PUBLIC_KEY, &certKey);
+    if (rc != VOREL_OK) return rc;
+    VOREL_PUBLICKEY* pairKey = VorelPKICryptoGetPublicKeyFromKeypair(keypair);
+    rc = pairKey ? VorelPKICryptoPublicKeyEqual(certKey, pairKey) : VorelPKIGetLastError();
+    VorelPKICryptoFreePublicKey(certKey);
+    VorelPKICryptoFreePublicKey(pairKey);
+    if (rc == 0) return fail(VOREL_ERR_KEY_MISMATCH);
+    if (rc != 1) return fail(rc);
+    if (keypair->device->token) {
+      rc = vorel::crypto::tokens::set_cert(keypair, cert->der);
+      return rc == VOREL_OK ? ok() : fail(rc);
+    }
+    std::lock_guard<std::mutex> hold(keypair->lock);
+    keypair->cert = cert->der;
+    return ok();
+  });
 }
 
 }  // extern "C"

@@ -99,53 +99,70 @@ bool supported(int alg, int bits, int usage, const void* param) {
 }  // namespace vorel::crypto
 
 using vorel::crypto::fail;
+using vorel::crypto::guard;
 using vorel::crypto::ok;
 
 extern "C" {
 
-const char* VorelPKICryptoImplementation(void) { return vorel::backend::name(); }
+const char* VorelPKICryptoImplementation(void) {
+  return guard([&]() -> const char* { return vorel::backend::name(); });
+}
 
-int VorelPKIGetLastError(void) { return vorel::crypto::t_last_error; }
+int VorelPKIGetLastError(void) {
+  return guard([&] { return vorel::crypto::t_last_error; });
+}
 
-void VorelPKICryptoFreeMemory(void* ptr) { std::free(ptr); }
+void VorelPKICryptoFreeMemory(void* ptr) {
+  return guard([&] { std::free(ptr); });
+}
 
 int VorelPKICryptoGetPseudoDevice(VOREL_DEVICE** device) {
-  if (!device) return fail(VOREL_ERR_PARAM);
-  *device = nullptr;
-  if (!vorel::backend::init()) return fail(VOREL_ERR_GENERAL);
-  vorel_device_st* pseudo = vorel::crypto::pseudo_device();
-  if (!pseudo) return fail(VOREL_ERR_MEMORY);
-  pseudo->refs.fetch_add(1, std::memory_order_relaxed);
-  *device = pseudo;
-  return ok();
+  return guard([&] {
+    if (!device) return fail(VOREL_ERR_PARAM);
+    *device = nullptr;
+    if (!vorel::backend::init()) return fail(VOREL_ERR_GENERAL);
+    vorel_device_st* pseudo = vorel::crypto::pseudo_device();
+    if (!pseudo) return fail(VOREL_ERR_MEMORY);
+    pseudo->refs.fetch_add(1, std::memory_order_relaxed);
+    *device = pseudo;
+    return ok();
+  });
 }
 
 int VorelPKICryptoDupDevice(VOREL_DEVICE* device, VOREL_DEVICE** copy) {
-  if (!device || !copy) return fail(VOREL_ERR_PARAM);
-  device->refs.fetch_add(1, std::memory_order_relaxed);
-  *copy = device;
-  return ok();
+  return guard([&] {
+    if (!device || !copy) return fail(VOREL_ERR_PARAM);
+    device->refs.fetch_add(1, std::memory_order_relaxed);
+    *copy = device;
+    return ok();
+  });
 }
 
 void VorelPKICryptoFreeDevice(VOREL_DEVICE* device) {
-  if (!device) return;
-  // The pseudo device keeps the reference held by the library itself.
-  if (device->refs.fetch_sub(1, std::memory_order_acq_rel) == 1 && device->type != VOREL_DEVICE_PSEUDO) {
-    delete device;
-  }
+  return guard([&] {
+    if (!device) return;
+    // The pseudo device keeps the reference held by the library itself.
+    if (device->refs.fetch_sub(1, std::memory_order_acq_rel) == 1 && device->type != VOREL_DEVICE_PSEUDO) {
+      delete device;
+    }
+  });
 }
 
 int VorelPKICryptoIsSupportedAlgorithm(VOREL_DEVICE* device, int alg, int bits, int usage, const void* param) {
-  if (!device) return fail(VOREL_ERR_PARAM), 0;
-  ok();
-  return vorel::crypto::supported(alg, bits, usage, param) ? 1 : 0;
+  return guard([&] {
+    if (!device) return fail(VOREL_ERR_PARAM), 0;
+    ok();
+    return vorel::crypto::supported(alg, bits, usage, param) ? 1 : 0;
+  });
 }
 
 int VorelPKICryptoGenerateRandom(VOREL_DEVICE* device, std::size_t len, unsigned char* out) {
-  if (!device || (!out && len > 0)) return fail(VOREL_ERR_PARAM);
-  if (len == 0) return ok();
-  if (!vorel::backend::random_bytes(out, len)) return fail(VOREL_ERR_GENERAL);
-  return ok();
+  return guard([&] {
+    if (!device || (!out && len > 0)) return fail(VOREL_ERR_PARAM);
+    if (len == 0) return ok();
+    if (!vorel::backend::random_bytes(out, len)) return fail(VOREL_ERR_GENERAL);
+    return ok();
+  });
 }
 
 }  // extern "C"

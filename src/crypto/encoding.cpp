@@ -263,138 +263,156 @@ extern "C" {
 
 int VorelPKICryptoEncodeECCPubKey(int curve, const unsigned char* x, size_t xLen, const unsigned char* y, size_t yLen,
                                   unsigned char** der, size_t* derLen) {
-  if (!der || !derLen) return fail(VOREL_ERR_PARAM);
-  if (curve != VOREL_CURVE_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
-  unsigned char q[65] = {0x04};
-  if (!coordinate(x, xLen, q + 1) || !coordinate(y, yLen, q + 33)) return fail(VOREL_ERR_PARAM);
-  SecureBytes out;
-  encode_sm2_public(q, out);
-  return hand_out(out, der, derLen);
+  return guard([&] {
+    if (!der || !derLen) return fail(VOREL_ERR_PARAM);
+    if (curve != VOREL_CURVE_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
+    unsigned char q[65] = {0x04};
+    if (!coordinate(x, xLen, q + 1) || !coordinate(y, yLen, q + 33)) return fail(VOREL_ERR_PARAM);
+    SecureBytes out;
+    encode_sm2_public(q, out);
+    return hand_out(out, der, derLen);
+  });
 }
 
 int VorelPKICryptoDecodeECCPubKey(const unsigned char* der, size_t derLen, int* curve, unsigned char** x, size_t* xLen,
                                   unsigned char** y, size_t* yLen) {
-  if (!der || !curve || !x || !xLen || !y || !yLen) return fail(VOREL_ERR_PARAM);
-  DecodedKey key;
-  int rc = decode_public(der, derLen, key);
-  if (rc != VOREL_OK) return fail(rc);
-  if (key.alg != VOREL_ALG_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
-  if (hand_out(key.q + 1, 32, x, xLen) != VOREL_OK) return fail(VOREL_ERR_MEMORY);
-  if (hand_out(key.q + 33, 32, y, yLen) != VOREL_OK) {
-    VorelPKICryptoFreeMemory(*x);
-    *x = nullptr;
-    return fail(VOREL_ERR_MEMORY);
-  }
-  *curve = VOREL_CURVE_SM2;
-  return ok();
+  return guard([&] {
+    if (!der || !curve || !x || !xLen || !y || !yLen) return fail(VOREL_ERR_PARAM);
+    DecodedKey key;
+    int rc = decode_public(der, derLen, key);
+    if (rc != VOREL_OK) return fail(rc);
+    if (key.alg != VOREL_ALG_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
+    if (hand_out(key.q + 1, 32, x, xLen) != VOREL_OK) return fail(VOREL_ERR_MEMORY);
+    if (hand_out(key.q + 33, 32, y, yLen) != VOREL_OK) {
+      VorelPKICryptoFreeMemory(*x);
+      *x = nullptr;
+      return fail(VOREL_ERR_MEMORY);
+    }
+    *curve = VOREL_CURVE_SM2;
+    return ok();
+  });
 }
 
 int VorelPKICryptoEncodeECCKeyPair(int curve, const unsigned char* x, size_t xLen, const unsigned char* y, size_t yLen,
                                    const unsigned char* d, size_t dLen, unsigned char** der, size_t* derLen) {
-  if (!der || !derLen) return fail(VOREL_ERR_PARAM);
-  if (curve != VOREL_CURVE_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
-  unsigned char dd[32];
-  if (!d || dLen == 0 || !right_align(d, dLen, dd, 32)) return fail(VOREL_ERR_PARAM);
-  unsigned char q[65] = {0x04};
-  bool withPoint = x || y;
-  if (withPoint && (!coordinate(x, xLen, q + 1) || !coordinate(y, yLen, q + 33))) {
+  return guard([&] {
+    if (!der || !derLen) return fail(VOREL_ERR_PARAM);
+    if (curve != VOREL_CURVE_SM2) return fail(VOREL_ERR_NOT_SUPPORTED);
+    unsigned char dd[32];
+    if (!d || dLen == 0 || !right_align(d, dLen, dd, 32)) return fail(VOREL_ERR_PARAM);
+    unsigned char q[65] = {0x04};
+    bool withPoint = x || y;
+    if (withPoint && (!coordinate(x, xLen, q + 1) || !coordinate(y, yLen, q + 33))) {
+      wipe(dd, sizeof dd);
+      return fail(VOREL_ERR_PARAM);
+    }
+    SecureBytes out;
+    encode_sm2_private(dd, withPoint ? q : nullptr, out);
     wipe(dd, sizeof dd);
-    return fail(VOREL_ERR_PARAM);
-  }
-  SecureBytes out;
-  encode_sm2_private(dd, withPoint ? q : nullptr, out);
-  wipe(dd, sizeof dd);
-  return hand_out(out, der, derLen);
+    return hand_out(out, der, derLen);
+  });
 }
 
 int VorelPKICryptoEncodeECCSignature(const unsigned char* r, size_t rLen, const unsigned char* s, size_t sLen,
                                      unsigned char** der, size_t* derLen) {
-  if (!r || !s || rLen == 0 || sLen == 0 || !der || !derLen) return fail(VOREL_ERR_PARAM);
-  unsigned char rr[32], ss[32];
-  if (!right_align(r, rLen, rr, 32) || !right_align(s, sLen, ss, 32)) return fail(VOREL_ERR_PARAM);
-  der::Writer w;
-  w.sequence([&](der::Writer& seq) {
-    seq.integer(rr, 32);
-    seq.integer(ss, 32);
+  return guard([&] {
+    if (!r || !s || rLen == 0 || sLen == 0 || !der || !derLen) return fail(VOREL_ERR_PARAM);
+    unsigned char rr[32], ss[32];
+    if (!right_align(r, rLen, rr, 32) || !right_align(s, sLen, ss, 32)) return fail(VOREL_ERR_PARAM);
+    der::Writer w;
+    w.sequence([&](der::Writer& seq) {
+      seq.integer(rr, 32);
+      seq.integer(ss, 32);
+    });
+    return hand_out(w.bytes(), der, derLen);
   });
-  return hand_out(w.bytes(), der, derLen);
 }
 
 int VorelPKICryptoDecodeECCSignature(const unsigned char* der, size_t derLen, unsigned char** r, size_t* rLen,
                                      unsigned char** s, size_t* sLen) {
-  if (!der || !r || !rLen || !s || !sLen) return fail(VOREL_ERR_PARAM);
-  der::Reader top(der, derLen), seq;
-  const unsigned char *rp, *sp;
-  std::size_t rn, sn;
-  if (!top.next(der::kSequence, seq) || !top.empty() || !seq.integer(&rp, &rn) || !seq.integer(&sp, &sn) ||
-      !seq.empty() || rn == 0 || sn == 0 || rn > 32 || sn > 32)
-    return fail(VOREL_ERR_BAD_ENCODING);
-  if (hand_out(rp, rn, r, rLen) != VOREL_OK) return fail(VOREL_ERR_MEMORY);
-  if (hand_out(sp, sn, s, sLen) != VOREL_OK) {
-    VorelPKICryptoFreeMemory(*r);
-    *r = nullptr;
-    return fail(VOREL_ERR_MEMORY);
-  }
-  return ok();
+  return guard([&] {
+    if (!der || !r || !rLen || !s || !sLen) return fail(VOREL_ERR_PARAM);
+    der::Reader top(der, derLen), seq;
+    const unsigned char *rp, *sp;
+    std::size_t rn, sn;
+    if (!top.next(der::kSequence, seq) || !top.empty() || !seq.integer(&rp, &rn) || !seq.integer(&sp, &sn) ||
+        !seq.empty() || rn == 0 || sn == 0 || rn > 32 || sn > 32)
+      return fail(VOREL_ERR_BAD_ENCODING);
+    if (hand_out(rp, rn, r, rLen) != VOREL_OK) return fail(VOREL_ERR_MEMORY);
+    if (hand_out(sp, sn, s, sLen) != VOREL_OK) {
+      VorelPKICryptoFreeMemory(*r);
+      *r = nullptr;
+      return fail(VOREL_ERR_MEMORY);
+    }
+    return ok();
+  });
 }
 
 int VorelPKICryptoEncodeRSAPubKey(const unsigned char* n, size_t nLen, const unsigned char* e, size_t eLen,
                                   unsigned char** der, size_t* derLen) {
-  if (!n || !e || nLen == 0 || eLen == 0 || !der || !derLen) return fail(VOREL_ERR_PARAM);
-  SecureBytes out;
-  encode_rsa_public(strip_zeros(n, nLen), strip_zeros(e, eLen), out);
-  return hand_out(out, der, derLen);
+  return guard([&] {
+    if (!n || !e || nLen == 0 || eLen == 0 || !der || !derLen) return fail(VOREL_ERR_PARAM);
+    SecureBytes out;
+    encode_rsa_public(strip_zeros(n, nLen), strip_zeros(e, eLen), out);
+    return hand_out(out, der, derLen);
+  });
 }
 
 int VorelPKICryptoDecodeRSAPubKey(const unsigned char* der, size_t derLen, unsigned char** n, size_t* nLen,
                                   unsigned char** e, size_t* eLen) {
-  if (!der || !n || !nLen || !e || !eLen) return fail(VOREL_ERR_PARAM);
-  DecodedKey key;
-  int rc = decode_public(der, derLen, key);
-  if (rc != VOREL_OK) return fail(rc);
-  if (key.alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
-  if (hand_out_number(key.rsa.n, n, nLen) != VOREL_OK) return fail(VOREL_ERR_MEMORY);
-  if (hand_out_number(key.rsa.e, e, eLen) != VOREL_OK) {
-    VorelPKICryptoFreeMemory(*n);
-    *n = nullptr;
-    return fail(VOREL_ERR_MEMORY);
-  }
-  return ok();
+  return guard([&] {
+    if (!der || !n || !nLen || !e || !eLen) return fail(VOREL_ERR_PARAM);
+    DecodedKey key;
+    int rc = decode_public(der, derLen, key);
+    if (rc != VOREL_OK) return fail(rc);
+    if (key.alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
+    if (hand_out_number(key.rsa.n, n, nLen) != VOREL_OK) return fail(VOREL_ERR_MEMORY);
+    if (hand_out_number(key.rsa.e, e, eLen) != VOREL_OK) {
+      VorelPKICryptoFreeMemory(*n);
+      *n = nullptr;
+      return fail(VOREL_ERR_MEMORY);
+    }
+    return ok();
+  });
 }
 
 int VorelPKICryptoEncodeRSAKeyPair(const unsigned char* const numbers[VOREL_RSA_NUMBERS],
                                    const size_t lengths[VOREL_RSA_NUMBERS], unsigned char** der, size_t* derLen) {
-  if (!numbers || !lengths || !der || !derLen) return fail(VOREL_ERR_PARAM);
-  for (int i = 0; i < VOREL_RSA_NUMBERS; ++i)
-    if (!numbers[i] || lengths[i] == 0) return fail(VOREL_ERR_PARAM);
-  vorel::backend::RsaNumbers k;
-  SecureBytes* fields[] = {&k.n, &k.e, &k.d, &k.p, &k.q, &k.dp, &k.dq, &k.qinv};
-  for (int i = 0; i < VOREL_RSA_NUMBERS; ++i) *fields[i] = strip_zeros(numbers[i], lengths[i]);
-  SecureBytes out;
-  encode_rsa_private(k, out);
-  return hand_out(out, der, derLen);
+  return guard([&] {
+    if (!numbers || !lengths || !der || !derLen) return fail(VOREL_ERR_PARAM);
+    for (int i = 0; i < VOREL_RSA_NUMBERS; ++i)
+      if (!numbers[i] || lengths[i] == 0) return fail(VOREL_ERR_PARAM);
+    vorel::backend::RsaNumbers k;
+    SecureBytes* fields[] = {&k.n, &k.e, &k.d, &k.p, &k.q, &k.dp, &k.dq, &k.qinv};
+    for (int i = 0; i < VOREL_RSA_NUMBERS; ++i) *fields[i] = strip_zeros(numbers[i], lengths[i]);
+    SecureBytes out;
+    encode_rsa_private(k, out);
+    return hand_out(out, der, derLen);
+  });
 }
 
 int VorelPKICryptoDecodeRSAKeyPair(const unsigned char* der, size_t derLen, unsigned char* numbers[VOREL_RSA_NUMBERS],
                                    size_t lengths[VOREL_RSA_NUMBERS]) {
-  if (!der || !numbers || !lengths) return fail(VOREL_ERR_PARAM);
-  DecodedKey key;
-  int rc = decode_private(der, derLen, key);
-  if (rc != VOREL_OK) return fail(rc);
-  if (key.alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
-  const SecureBytes* fields[] = {&key.rsa.n, &key.rsa.e,  &key.rsa.d,  &key.rsa.p,
-                                 &key.rsa.q, &key.rsa.dp, &key.rsa.dq, &key.rsa.qinv};
-  for (int i = 0; i < VOREL_RSA_NUMBERS; ++i) {
-    if (hand_out_number(*fields[i], &numbers[i], &lengths[i]) != VOREL_OK) {
-      for (int j = 0; j < i; ++j) {
-        wipe(numbers[j], lengths[j]);
-        VorelPKICryptoFreeMemory(numbers[j]);
-        numbers[j] = nullptr;
+  return guard([&] {
+    if (!der || !numbers || !lengths) return fail(VOREL_ERR_PARAM);
+    DecodedKey key;
+    int rc = decode_private(der, derLen, key);
+    if (rc != VOREL_OK) return fail(rc);
+    if (key.alg != VOREL_ALG_RSA) return fail(VOREL_ERR_NOT_SUPPORTED);
+    const SecureBytes* fields[] = {&key.rsa.n, &key.rsa.e,  &key.rsa.d,  &key.rsa.p,
+                                   &key.rsa.q, &key.rsa.dp, &key.rsa.dq, &key.rsa.qinv};
+    for (int i = 0; i < VOREL_RSA_NUMBERS; ++i) {
+      if (hand_out_number(*fields[i], &numbers[i], &lengths[i]) != VOREL_OK) {
+        for (int j = 0; j < i; ++j) {
+          wipe(numbers[j], lengths[j]);
+          VorelPKICryptoFreeMemory(numbers[j]);
+          numbers[j] = nullptr;
+        }
+        return fail(VOREL_ERR_MEMORY);
       }
-      return fail(VOREL_ERR_MEMORY);
     }
-  }
-  return ok();
+    return ok();
+  });
 }
 
 }  // extern "C"

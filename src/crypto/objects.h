@@ -16,6 +16,7 @@ struct vorel_device_st {
   int type = VOREL_DEVICE_PSEUDO;
   std::atomic<int> refs{1};
   std::shared_ptr<vorel::token::Token> token;  // none for the pseudo device
+  std::string serial;                          // a token's, fixed as its file's name is
 };
 
 struct vorel_device_list_st {

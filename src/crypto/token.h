@@ -10,12 +10,17 @@
 
 #include "crypto/backend.h"
 #include "crypto/secure.h"
+#include "platform/platform.h"
 
 namespace vorel::token {
 
 constexpr std::uint32_t kFormatVersion = 1;
 constexpr std::size_t kHeaderSize = 28;  // magic, version, instance, generation
 constexpr unsigned kDefaultIterations = 150000;
+// What a token file may hold (docs/tokens.md): a login costs at most some seconds and the try
+// counters stay small, whoever wrote the file.
+constexpr std::uint32_t kMinIterations = 1000, kMaxIterations = 10000000;
+constexpr std::uint32_t kMaxTries = 15;
 
 // A PIN's copy of the token key, sealed under a key derived from the PIN.
 struct PinSlot {
@@ -65,8 +70,9 @@ enum class Login { None, User, So };
 // One token as this process sees it: the last committed contents read from its file, and the
 // login. Shared by every device object of the token; lives as long as the process.
 struct Token {
-  std::string path, lockPath;
-  std::mutex mu;  // taken before the file lock
+  std::string path, lockPath, pinLockPath;
+  std::mutex mu;     // taken before the file lock
+  std::mutex pinMu;  // taken before the PIN lock file, which is taken before mu
   Contents c;
   bool loaded = false;
   Login login = Login::None;
@@ -78,24 +84,45 @@ struct Token {
 
 // The token file name for a type and serial number, and the folder tokens live in.
 std::string token_dir();
+// What to warn of about the folder (other users may reach it), or nothing.
+std::string store_warning();
 std::string file_name(int type, const std::string& serial);
 bool valid_serial(const std::string& serial);
 
 // The process's one Token for a file path.
 std::shared_ptr<Token> token_at(const std::string& path);
 
-// Holds a token's in-process mutex and its file lock, and brings its contents up to date.
+// A token's in-process mutex and then one of its lock files, held until destroyed. A lock for
+// reading may come without the file (see platform::file_lock).
+class TokenLock {
+ public:
+  TokenLock(std::mutex& mu, const std::string& path, bool forWriting);
+  ~TokenLock();
+  TokenLock(const TokenLock&) = delete;
+  TokenLock& operator=(const TokenLock&) = delete;
+  // False when no lock could be had at all.
+  bool held() const { return file_ != nullptr; }
+  // True when other processes are kept out: what a write needs.
+  bool exclusive() const { return platform::file_lock_exclusive(file_); }
+
+ private:
+  std::unique_lock<std::mutex> guard_;
+  platform::FileLock* file_;
+};
+
+// Holds a token's lock, and brings its contents up to date. Reading needs no lock file where
+// none can be made; writing does.
 class Session {
  public:
   explicit Session(Token& t);
-  ~Session();
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
   // VOREL_OK once the contents are current; else why not.
   int status() const { return status_; }
   // Why the file could not be read as a token.
   const std::string& why() const { return why_; }
-  // Writes the contents back as the next generation.
+  // True when the session keeps other processes out, as writing needs.
+  bool exclusive() const { return lock_.exclusive(); }
+  // Writes the contents back as the next generation, first removing what writers killed while
+  // writing left behind.
   int commit();
   // Writes a new token where there is none (VOREL_ERR_EXISTS otherwise).
   int create(Contents&& c);
@@ -104,8 +131,7 @@ class Session {
 
  private:
   Token& t_;
-  std::unique_lock<std::mutex> guard_;
-  void* file_ = nullptr;
+  TokenLock lock_;
   int status_;
   std::string why_;
 };
@@ -114,8 +140,11 @@ class Session {
 struct Problem {
   std::string file, why;
 };
-// The tokens of a type (every type when negative) in the folder, by type and serial number;
-// problems collect skipped files.
+// The tokens of a type (every type when negative) in the folder, by type and serial number.
+// Given problems (vorel-token list), every file is read whole and checked, and those that fail
+// are reported there. Without (VorelPKICryptoGetAllDevices, on every SKF_EnumDev), only the
+// head naming each token is read, so a listing costs the same whatever the tokens hold; full
+// checks wait for the first real use of a token.
 struct Listed {
   int type;
   std::string serial;

@@ -1,8 +1,11 @@
 // The token file format, the token folder and the per-process token table.
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <new>
+#include <set>
 
+#include "crypto/internal.h"
 #include "crypto/token.h"
 #include "platform/platform.h"
 #include "vorel/vorel_crypto.h"
@@ -80,6 +83,30 @@ class Reader {
   bool ok_ = true;
 };
 
+// The head of a token file: what names its committed state, and what names the token.
+struct Head {
+  std::uint64_t instance = 0, generation = 0;
+  std::uint32_t type = 0;
+  std::string serial;
+};
+constexpr std::size_t kNamedHeadSize = kHeaderSize + 4 + 4 + VOREL_SERIAL_MAX_LEN;
+
+// From the first kHeaderSize bytes, or with named the first kNamedHeadSize (or the whole file
+// when shorter); false when they are no token's.
+bool read_head(const std::string& bytes, Head& h, bool named) {
+  Reader r(bytes, bytes.size());
+  char magic[sizeof kMagic];
+  r.raw(magic, sizeof magic);
+  bool ours = r.ok() && std::memcmp(magic, kMagic, sizeof kMagic) == 0 && r.u32() == kFormatVersion;
+  h.instance = r.u64();
+  h.generation = r.u64();
+  if (named) {
+    h.type = r.u32();
+    r.blob(h.serial, VOREL_SERIAL_MAX_LEN);
+  }
+  return ours && r.ok() && (!named || (h.type > 0 && h.type <= 0x7FFFFFFF && valid_serial(h.serial)));
+}
+
 void write_pin(Writer& w, const PinSlot& s) {
   w.u32(s.remaining);
   w.raw(s.salt, sizeof s.salt);
@@ -104,9 +131,50 @@ bool sha256(const char* p, std::size_t n, unsigned char* out) {
   return ok;
 }
 
-int damaged(std::string* why, const char* text) {
+int damaged(std::string* why, const std::string& text) {
   if (why) *why = text;
   return VOREL_ERR_TOKEN_DAMAGED;
+}
+
+std::string num(std::uint32_t v) { return std::to_string(v); }
+
+// What the checksum cannot vouch for, since whoever can write the file can compute one: every
+// value the library sizes, counts or loops by is within bounds, and each key pair is what its
+// public key says.
+int check_values(const Contents& n, std::string* why) {
+  if (!valid_serial(n.serial)) return damaged(why, "invalid serial number");
+  if (n.type == 0 || n.type > 0x7FFFFFFF) return damaged(why, "device type " + num(n.type) + " out of range");
+  if (n.iterations < kMinIterations || n.iterations > kMaxIterations)
+    return damaged(why, "PBKDF2 iterations " + num(n.iterations) + " outside " + num(kMinIterations) + " to " +
+                            num(kMaxIterations));
+  if (n.maxTries == 0 || n.maxTries > kMaxTries)
+    return damaged(why, "tries per PIN " + num(n.maxTries) + " outside 1 to " + num(kMaxTries));
+  if (n.user.remaining > n.maxTries || n.so.remaining > n.maxTries)
+    return damaged(why, "more tries left than a PIN has");
+  std::set<std::uint32_t> ids;
+  for (std::size_t i = 0; i < n.keys.size(); ++i) {
+    const StoredKey& k = n.keys[i];
+    std::string pair = "key pair " + std::to_string(i) + ": ";
+    if (k.id == 0 || k.id >= n.nextKeyId)
+      return damaged(why,
+                     pair + "number " + num(k.id) + " is not one the token gave out (below " + num(n.nextKeyId) + ")");
+    if (!ids.insert(k.id).second) return damaged(why, pair + "number " + num(k.id) + " is used twice");
+    if (k.type != VOREL_KEYPAIR_SIGN && k.type != VOREL_KEYPAIR_ENCRYPT)
+      return damaged(why, pair + "type " + num(k.type) + " is neither signing nor encryption");
+    int alg = 0, bits = 0;
+    if (crypto::public_key_size(reinterpret_cast<const unsigned char*>(k.spki.data()), k.spki.size(), &alg, &bits) !=
+        VOREL_OK)
+      return damaged(why, pair + "the public key is not one the library takes");
+    if (k.alg != static_cast<std::uint32_t>(alg))
+      return damaged(why, pair + "algorithm " + num(k.alg) + " recorded for a public key of algorithm " + num(alg));
+    if (k.bits != static_cast<std::uint32_t>(bits))
+      return damaged(why, pair + num(k.bits) + " bits recorded for a public key of " + std::to_string(bits));
+  }
+  for (const auto& d : n.data)
+    for (unsigned char who : d.second.access)
+      if (who & ~(VOREL_ACCESS_USER | VOREL_ACCESS_SO | VOREL_ACCESS_ANYONE))
+        return damaged(why, "data object " + num(d.first) + ": unknown access bits");
+  return VOREL_OK;
 }
 
 }  // namespace
@@ -200,9 +268,8 @@ int parse(const std::string& file, Contents& c, std::string* why) {
     if (!n.data.emplace(id, std::move(d)).second) return damaged(why, "data object listed twice");
   }
   if (!r.ok() || !r.done()) return damaged(why, "truncated or overlong record");
-  if (!valid_serial(n.serial) || n.iterations == 0 || n.maxTries == 0 || n.user.remaining > n.maxTries ||
-      n.so.remaining > n.maxTries)
-    return damaged(why, "inconsistent values");
+  int rc = check_values(n, why);
+  if (rc != VOREL_OK) return rc;
   c = std::move(n);
   return VOREL_OK;
 }
@@ -230,6 +297,15 @@ std::string token_dir() {
   return dir;
 }
 
+std::string store_warning() {
+  std::string dir = token_dir();
+  unsigned mode = dir.empty() ? 0 : platform::permissions(dir);
+  if ((mode & 077) == 0) return std::string();
+  char octal[8];
+  std::snprintf(octal, sizeof octal, "%04o", mode & 07777);
+  return "token folder " + dir + " has mode " + octal + ": other users may reach its tokens (chmod 700 it)";
+}
+
 bool valid_serial(const std::string& serial) {
   if (serial.empty() || serial.size() > VOREL_SERIAL_MAX_LEN) return false;
   return std::all_of(serial.begin(), serial.end(), [](char ch) {
@@ -252,7 +328,7 @@ std::map<std::string, std::shared_ptr<Token>>& table() {
 // The end of the process (or the unloading of the library) logs every token out, wiping its keys.
 struct LogoutAtExit {
   ~LogoutAtExit() {
-    std::lock_guard<std::mutex> guard(table_mutex());
+    std::lock_guard<std::mutex> hold(table_mutex());
     for (auto& entry : table()) {
       std::lock_guard<std::mutex> tokenGuard(entry.second->mu);
       entry.second->logout();
@@ -263,19 +339,42 @@ struct LogoutAtExit {
 
 std::shared_ptr<Token> token_at(const std::string& path) {
   static LogoutAtExit logoutAtExit;
-  std::lock_guard<std::mutex> guard(table_mutex());
+  std::lock_guard<std::mutex> hold(table_mutex());
   std::shared_ptr<Token>& slot = table()[path];
   if (!slot) {
     slot = std::make_shared<Token>();
     slot->path = path;
-    slot->lockPath = path.substr(0, path.size() - 6) + ".lock";
+    std::string base = path.substr(0, path.size() - 6);
+    slot->lockPath = base + ".lock";
+    slot->pinLockPath = base + ".pinlock";
   }
   return slot;
 }
 
-Session::Session(Token& t) : t_(t), guard_(t.mu) {
-  file_ = platform::file_lock(t.lockPath);
-  if (!file_) {
+namespace {
+// A writer killed while writing leaves its temporary file "<name>.tmp<pid>" beside the token;
+// none is live while the token's lock is held.
+void remove_temporaries(const std::string& dir, const std::string& name, const std::vector<std::string>& names) {
+  const std::string temp = name + ".tmp";
+  for (const std::string& other : names)
+    if (other.compare(0, temp.size(), temp) == 0) platform::remove_file(dir + platform::path_separator() + other);
+}
+
+void sweep_temporaries(const std::string& path) {
+  std::size_t sep = path.find_last_of(platform::path_separator());
+  std::vector<std::string> names;
+  if (sep == std::string::npos || !platform::list_dir(path.substr(0, sep), names)) return;
+  remove_temporaries(path.substr(0, sep), path.substr(sep + 1), names);
+}
+}  // namespace
+
+TokenLock::TokenLock(std::mutex& mu, const std::string& path, bool forWriting)
+    : guard_(mu), file_(platform::file_lock(path, forWriting)) {}
+
+TokenLock::~TokenLock() { platform::file_unlock(file_); }
+
+Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath, false) {
+  if (!lock_.held()) {
     status_ = VOREL_ERR_STORE;
     return;
   }
@@ -287,16 +386,10 @@ Session::Session(Token& t) : t_(t), guard_(t.mu) {
     status_ = VOREL_ERR_DEVICE_REMOVED;
     return;
   }
-  if (t.loaded && head.size() == kHeaderSize) {
-    Reader r(head, kHeaderSize);
-    char magic[8];
-    r.raw(magic, sizeof magic);
-    r.u32();
-    std::uint64_t instance = r.u64(), generation = r.u64();
-    if (instance == t.c.instance && generation == t.c.generation) {
-      status_ = VOREL_OK;
-      return;
-    }
+  Head h;
+  if (t.loaded && read_head(head, h, false) && h.instance == t.c.instance && h.generation == t.c.generation) {
+    status_ = VOREL_OK;
+    return;
   }
   std::string file;
   std::uint64_t instance = t.c.instance;
@@ -306,10 +399,10 @@ Session::Session(Token& t) : t_(t), guard_(t.mu) {
   if (!t.loaded || t.c.instance != instance) t.logout();
 }
 
-Session::~Session() { platform::file_unlock(static_cast<platform::FileLock*>(file_)); }
-
 int Session::commit() {
   if (status_ != VOREL_OK) return status_;
+  if (!lock_.exclusive()) return VOREL_ERR_STORE;
+  sweep_temporaries(t_.path);
   ++t_.c.generation;
   std::string image = serialize(t_.c);
   if (!platform::write_file_atomic(t_.path, image.data(), image.size())) {
@@ -323,6 +416,7 @@ int Session::commit() {
 int Session::create(Contents&& c) {
   if (status_ == VOREL_OK) return VOREL_ERR_EXISTS;
   if (status_ != VOREL_ERR_DEVICE_REMOVED) return status_;
+  if (!lock_.exclusive()) return VOREL_ERR_STORE;
   t_.c = std::move(c);
   t_.c.generation = 0;
   t_.logout();
@@ -333,6 +427,7 @@ int Session::create(Contents&& c) {
 
 int Session::remove() {
   if (status_ != VOREL_OK) return status_;
+  if (!lock_.exclusive()) return VOREL_ERR_STORE;
   if (!platform::remove_file(t_.path)) return VOREL_ERR_STORE;
   t_.loaded = false;
   t_.logout();
@@ -351,21 +446,30 @@ std::vector<Listed> scan(int type, std::vector<Problem>* problems) {
     if (name.size() <= suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) continue;
     if (type >= 0 && name.compare(0, prefix.size(), prefix) != 0) continue;
     Listed entry{0, "", token_at(dir + platform::path_separator() + name)};
+    Token& t = *entry.token;
     std::string why;
-    {
-      Session s(*entry.token);
-      // A writer killed while writing leaves its temporary file; none is live while we hold the lock.
-      const std::string temp = name + ".tmp";
-      for (const std::string& other : names)
-        if (other.compare(0, temp.size(), temp) == 0) platform::remove_file(dir + platform::path_separator() + other);
+    if (problems) {
+      Session s(t);
+      if (s.exclusive()) remove_temporaries(dir, name, names);
       if (s.status() != VOREL_OK) {
         why = s.status() == VOREL_ERR_TOKEN_DAMAGED ? s.why() : "cannot be read";
-      } else if (file_name(static_cast<int>(entry.token->c.type), entry.token->c.serial) != name) {
+      } else if (file_name(static_cast<int>(t.c.type), t.c.serial) != name) {
         why = "holds another token than its name says";
       } else {
-        entry.type = static_cast<int>(entry.token->c.type);
-        entry.serial = entry.token->c.serial;
+        entry.type = static_cast<int>(t.c.type);
+        entry.serial = t.c.serial;
       }
+    } else {
+      // Only the head: a listing costs the same whatever the tokens hold.
+      TokenLock lock(t.mu, t.lockPath, false);
+      if (lock.exclusive()) remove_temporaries(dir, name, names);
+      std::string head;
+      Head h;
+      if (!lock.held() || !platform::read_file(t.path, head, kNamedHeadSize) || !read_head(head, h, true) ||
+          file_name(static_cast<int>(h.type), h.serial) != name)
+        continue;
+      entry.type = static_cast<int>(h.type);
+      entry.serial = h.serial;
     }
     if (why.empty()) {
       found.push_back(std::move(entry));

@@ -53,11 +53,19 @@ bool write_file_atomic(const std::string& path, const void* data, std::size_t le
 bool remove_file(const std::string& path);
 // Names of the regular files in a folder (not sorted).
 bool list_dir(const std::string& path, std::vector<std::string>& names);
+// The permission bits of a file or folder (such as 0700) on POSIX; 0 on Windows or when it does
+// not exist.
+unsigned permissions(const std::string& path);
 
 // An exclusive lock on a lock file, held across processes until released or the process ends.
 struct FileLock;
-// Blocks until the lock is had; nullptr when the lock file cannot be opened.
-FileLock* file_lock(const std::string& path);
+// Blocks until the lock is had; nullptr when the lock file cannot be opened. A reader
+// (forWriting false) makes do with a lock file it may only read; where it can open none (a
+// read-only folder without one), it gets an empty lock that keeps no one out: a reader still
+// sees whole files, since writers replace them by renaming.
+FileLock* file_lock(const std::string& path, bool forWriting = true);
+// True when the lock keeps other processes out; false for an empty one.
+bool file_lock_exclusive(const FileLock* lock);
 void file_unlock(FileLock* lock);
 
 // ---- address space for records ----

@@ -13,6 +13,11 @@ printf 'short secret' > short.bin
 ossl genpkey -algorithm SM2 -out sm2.key.pem
 ossl pkcs8 -topk8 -nocrypt -in sm2.key.pem -outform DER -out sm2.key.der
 ossl ec -in sm2.key.pem -outform DER -out sm2.sec1.der
+# SEC1 in PEM as openssl writes it: OpenSSL 3.0 labels an SM2 key "SM2 PRIVATE KEY"; other
+# releases write "EC PRIVATE KEY", after "EC PARAMETERS" when asked for them.
+ossl ec -in sm2.key.pem -out sm2.sec1.pem
+{ ossl ec -in sm2.key.pem -param_out; cat sm2.sec1.pem; } | sed 's/-----\(BEGIN\|END\) SM2 /-----\1 EC /' \
+  > sm2.sec1.ec.pem
 ossl pkey -in sm2.key.pem -pubout -out sm2.pub.pem
 ossl pkey -in sm2.key.pem -pubout -outform DER -out sm2.pub.der
 ossl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out rsa.key.pem

@@ -1,9 +1,11 @@
 // vorelcrypto devices, digests and ciphers; this suite is built once for each implementation.
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "crypto/backend.h"
+#include "crypto/internal.h"
 #include "crypto_support.h"
 #include "protection_vectors.h"
 
@@ -78,6 +80,11 @@ TEST_F(Crypto, FailuresSetTheLastError) {
   EXPECT_EQ(VorelPKICryptoNewHash(device_, 0x1234), nullptr);
   EXPECT_EQ(VorelPKIGetLastError(), VOREL_ERR_NOT_SUPPORTED);
   EXPECT_EQ(VorelPKICryptoGetHashLength(nullptr), -1);
+  // Every function's body runs under the one guard: an exception becomes a code, never a throw into C.
+  EXPECT_EQ(vorel::crypto::guard([]() -> int { throw std::bad_alloc(); }), VOREL_ERR_MEMORY);
+  EXPECT_EQ(VorelPKIGetLastError(), VOREL_ERR_MEMORY);
+  EXPECT_EQ(vorel::crypto::guard([]() -> VOREL_HASH* { throw std::length_error("too long"); }), nullptr);
+  EXPECT_EQ(VorelPKIGetLastError(), VOREL_ERR_GENERAL);
 }
 
 TEST_F(Crypto, PseudoDeviceReferencesAreCounted) {

@@ -1,6 +1,8 @@
 // Software tokens in one process: devices, PINs, key pairs, certificates, data objects, and
 // what the token files may never hold.
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -8,6 +10,10 @@
 #include "crypto_support.h"
 #include "platform/platform.h"
 #include "support.h"
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 namespace {
 
@@ -64,6 +70,42 @@ class Tokens : public ::testing::Test {
   Dev token_;
 };
 
+// The file a writer of the token folder can make: the documented layout, and its SHA-256
+// computed here as anyone could.
+std::string image(const vorel::token::Contents& c) {
+  std::string out = "VORELTOK";
+  auto u32 = [&](std::uint32_t v) {
+    for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
+  };
+  auto raw = [&](const void* p, std::size_t n) { out.append(static_cast<const char*>(p), n); };
+  auto blob = [&](const std::string& b) {
+    u32(static_cast<std::uint32_t>(b.size()));
+    out += b;
+  };
+  auto pin = [&](const vorel::token::PinSlot& slot) {
+    u32(slot.remaining);
+    raw(slot.salt, 16), raw(slot.iv, 12), raw(slot.wrapped, 32), raw(slot.tag, 16);
+  };
+  u32(vorel::token::kFormatVersion);
+  for (std::uint64_t v : {c.instance, c.generation}) u32(static_cast<std::uint32_t>(v >> 32)), u32(v & 0xFFFFFFFF);
+  u32(c.type), blob(c.serial), blob(c.label), u32(c.iterations), u32(c.maxTries), pin(c.user), pin(c.so);
+  u32(c.nextKeyId), u32(static_cast<std::uint32_t>(c.keys.size()));
+  for (const auto& k : c.keys) {
+    u32(k.id), u32(k.type), u32(k.alg), u32(k.bits), blob(k.label), blob(k.spki), raw(k.iv, 12), blob(k.sealed);
+    raw(k.tag, 16), blob(k.cert);
+  }
+  u32(static_cast<std::uint32_t>(c.data.size()));
+  for (const auto& d : c.data) u32(d.first), raw(d.second.access, 4), blob(d.second.data);
+  Dev pseudo;
+  EXPECT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);
+  VOREL_HASH* h = VorelPKICryptoNewHash(pseudo.p, VOREL_HASH_SHA256);
+  Out sum;
+  EXPECT_EQ(VorelPKICryptoHashUpdate(h, reinterpret_cast<const unsigned char*>(out.data()), out.size()), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoHashFinal(h, &sum.p, &sum.n), VOREL_OK);
+  VorelPKICryptoFreeHash(h);
+  return out + std::string(reinterpret_cast<char*>(sum.p), sum.n);
+}
+
 TEST_F(Tokens, DevicesAreListedPerTypeInSerialOrderAndFoundBySerial) {
   Dev c, a, z;
   ASSERT_EQ(create(5, "C", "third", &c.p), VOREL_OK);
@@ -105,8 +147,15 @@ TEST_F(Tokens, DamagedAndForeignFilesAreSkippedAndReported) {
   testsupport::write_file(path_of(5, "CUT"), good.substr(0, good.size() - 7));
   testsupport::write_file(path_of(5, "COPY"), good);  // T1 under another name
   testsupport::write_file(dir_ + "notes.txt", "ignored");
+  // Whole at its head, damaged after it: listing reads only the head, the first use all of it.
+  vorel::token::Contents head;
+  ASSERT_EQ(vorel::token::parse(good, head, nullptr), VOREL_OK);
+  head.serial = "HEAD";
+  std::string body = image(head);
+  body[body.size() / 2] ^= 0x01;
+  testsupport::write_file(path_of(5, "HEAD"), body);
 
-  EXPECT_EQ(serials(5), (std::vector<std::string>{"T1"}));
+  EXPECT_EQ(serials(5), (std::vector<std::string>{"HEAD", "T1"}));
   std::vector<vorel::token::Problem> problems;
   vorel::token::scan(5, &problems);
   std::vector<std::string> files;
@@ -114,9 +163,142 @@ TEST_F(Tokens, DamagedAndForeignFilesAreSkippedAndReported) {
   std::sort(files.begin(), files.end());
   EXPECT_EQ(files, (std::vector<std::string>{"5-BAD.token: not a token file",
                                              "5-COPY.token: holds another token than its name says",
-                                             "5-CUT.token: checksum mismatch", "5-FLIP.token: checksum mismatch"}));
+                                             "5-CUT.token: checksum mismatch", "5-FLIP.token: checksum mismatch",
+                                             "5-HEAD.token: checksum mismatch"}));
   Dev d;
   EXPECT_EQ(VorelPKICryptoFindDevice(5, "FLIP", VOREL_ENUM_TOKENS, &d.p), VOREL_ERR_TOKEN_DAMAGED);
+  EXPECT_EQ(VorelPKICryptoFindDevice(5, "HEAD", VOREL_ENUM_TOKENS, &d.p), VOREL_ERR_TOKEN_DAMAGED);
+}
+
+TEST_F(Tokens, AFileIsTrustedOnlyForWhatItsPublicKeysAndBoundsProve) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair sm2, rsa;
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(token_.p, VOREL_ALG_SM2, 256, 0, VOREL_KEYPAIR_SIGN, &sm2.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(token_.p, VOREL_ALG_RSA, 1024, 0, VOREL_KEYPAIR_ENCRYPT, &rsa.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoCreateData(token_.p, 9, kMasterAccess, 16), VOREL_OK);
+  vorel::token::Contents written;
+  ASSERT_EQ(vorel::token::parse(testsupport::read_file(path_of(5, "T1")), written, nullptr), VOREL_OK);
+
+  using C = vorel::token::Contents;
+  struct Case {
+    const char* what;
+    void (*craft)(C&);
+    const char* why;  // empty: the file is a good token
+  } cases[] = {
+      {"as written", [](C&) {}, ""},
+      {"RSA-1024 as 512", [](C& c) { c.keys[1].bits = 512; }, "key pair 1: 512 bits recorded for a public key of 1024"},
+      {"RSA-1024 as 8", [](C& c) { c.keys[1].bits = 8; }, "key pair 1: 8 bits recorded"},
+      {"RSA-1024 as 0", [](C& c) { c.keys[1].bits = 0; }, "key pair 1: 0 bits recorded"},
+      {"RSA-1024 as 2^31", [](C& c) { c.keys[1].bits = 1u << 31; }, "key pair 1: 2147483648 bits recorded"},
+      {"RSA-1024 as 2^32-1", [](C& c) { c.keys[1].bits = UINT32_MAX; }, "key pair 1: 4294967295 bits recorded"},
+      {"SM2 as 1024 bits", [](C& c) { c.keys[0].bits = 1024; },
+       "key pair 0: 1024 bits recorded for a public key of 256"},
+      {"RSA recorded as SM2", [](C& c) { c.keys[1].alg = VOREL_ALG_SM2; }, "key pair 1: algorithm 4 recorded"},
+      {"SM2 recorded as RSA", [](C& c) { c.keys[0].alg = VOREL_ALG_RSA; }, "key pair 0: algorithm 1 recorded"},
+      {"no public key", [](C& c) { c.keys[0].spki = "\x30\x00"; }, "key pair 0: the public key is not one"},
+      {"type 0", [](C& c) { c.keys[0].type = 0; }, "key pair 0: type 0 is neither"},
+      {"type 3", [](C& c) { c.keys[1].type = 3; }, "key pair 1: type 3 is neither"},
+      {"a number twice", [](C& c) { c.keys[1].id = c.keys[0].id; }, "key pair 1: number 1 is used twice"},
+      {"number 0", [](C& c) { c.keys[0].id = 0; }, "key pair 0: number 0 is not one the token gave out"},
+      {"number not yet given", [](C& c) { c.keys[1].id = c.nextKeyId; }, "key pair 1: number 3 is not one"},
+      {"no iterations", [](C& c) { c.iterations = 0; }, "PBKDF2 iterations 0 outside 1000 to 10000000"},
+      {"too few iterations", [](C& c) { c.iterations = 999; }, "PBKDF2 iterations 999 outside"},
+      {"too many iterations", [](C& c) { c.iterations = 10000001; }, "PBKDF2 iterations 10000001 outside"},
+      {"2^32-1 iterations", [](C& c) { c.iterations = UINT32_MAX; }, "PBKDF2 iterations 4294967295 outside"},
+      {"no tries", [](C& c) { c.maxTries = c.user.remaining = c.so.remaining = 0; }, "tries per PIN 0 outside 1 to 15"},
+      {"2^32-1 tries", [](C& c) { c.maxTries = c.user.remaining = UINT32_MAX; }, "tries per PIN 4294967295 outside"},
+      {"more left than tries", [](C& c) { c.user.remaining = 7; }, "more tries left than a PIN has"},
+      {"unknown access bits", [](C& c) { c.data[9].access[1] = 0x84; }, "data object 9: unknown access bits"},
+      {"device type 2^31", [](C& c) { c.type = 1u << 31; }, "device type 2147483648 out of range"},
+  };
+  for (std::size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    C c = written;
+    c.serial = "CASE" + std::to_string(i);
+    cases[i].craft(c);
+    testsupport::write_file(dir_ + std::to_string(c.type) + "-" + c.serial + ".token", image(c));
+  }
+  std::vector<vorel::token::Problem> problems;
+  vorel::token::scan(-1, &problems);
+  for (std::size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    const Case& k = cases[i];
+    std::string serial = "CASE" + std::to_string(i), reason;
+    for (const auto& p : problems)
+      if (p.file.find("-" + serial + ".token") != std::string::npos) reason = p.why;
+    EXPECT_EQ(reason.compare(0, std::strlen(k.why), k.why), 0) << k.what << ": " << reason;
+    Dev d;
+    int found = VorelPKICryptoFindDevice(5, serial.c_str(), VOREL_ENUM_TOKENS, &d.p);
+    if (*k.why) {
+      EXPECT_NE(found, VOREL_OK) << k.what;
+      continue;
+    }
+    // The good file is a whole token: log in, sign, encrypt, verify and delete the right pair.
+    ASSERT_EQ(found, VOREL_OK) << k.what;
+    unsigned retries = 0;
+    ASSERT_EQ(VorelPKICryptoVerifyPwd(d.p, VOREL_PWD_USER, kUser, &retries), VOREL_OK);
+    Pair sign, enc;
+    sign.p = VorelPKICryptoGetKeypair(d.p, 0);
+    enc.p = VorelPKICryptoGetKeypair(d.p, 1);
+    ASSERT_EQ(VorelPKICryptoGetKeypairBits(enc.p), 1024);
+    Pub signPub, encPub;
+    signPub.p = VorelPKICryptoGetPublicKeyFromKeypair(sign.p);
+    encPub.p = VorelPKICryptoGetPublicKeyFromKeypair(enc.p);
+    const unsigned char e[32] = {5};
+    Out sig, ct, plain;
+    ASSERT_EQ(VorelPKICryptoSignHash(sign.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n), VOREL_OK);
+    EXPECT_EQ(VorelPKICryptoVerifyHash(signPub.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, sig.p, sig.n), VOREL_OK);
+    ASSERT_EQ(VorelPKICryptoPublicKeyEncrypt(encPub.p, VOREL_MECH_RSA_PKCS1, nullptr, e, sizeof e, &ct.p, &ct.n),
+              VOREL_OK);
+    EXPECT_EQ(ct.n, 128u);
+    ASSERT_EQ(VorelPKICryptoPrivateKeyDecrypt(enc.p, VOREL_MECH_RSA_PKCS1, nullptr, ct.p, ct.n, &plain.p, &plain.n),
+              VOREL_OK);
+    EXPECT_EQ(plain.bytes(), Bytes(e, e + sizeof e));
+    ASSERT_EQ(VorelPKICryptoDeleteKeypair(enc.p), VOREL_OK);
+    Pair left;
+    left.p = VorelPKICryptoGetKeypair(d.p, 0);
+    Out again;
+    EXPECT_EQ(VorelPKICryptoGetKeypairCount(d.p), 1);
+    EXPECT_EQ(VorelPKICryptoSignHash(left.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &again.p, &again.n), VOREL_OK);
+  }
+  // Whoever makes a token is held to the same bounds.
+  Dev none;
+  for (unsigned iterations : {999u, 10000001u})
+    EXPECT_EQ(VorelPKICryptoCreateToken(5, "B", "", kSo, kUser, iterations, &none.p), VOREL_ERR_PARAM) << iterations;
+}
+
+TEST_F(Tokens, APairRewrittenUnderALoggedInProcessNeverUsesTheKeyItKept) {
+  ASSERT_EQ(login(), VOREL_OK);
+  Pair big;
+  big.p = import("rsa.key.der", VOREL_KEYPAIR_ENCRYPT);
+  const unsigned char m[20] = {1};
+  Out sig;
+  ASSERT_EQ(VorelPKICryptoSignHash(big.p, VOREL_MECH_RSA_PKCS1_SIGN, nullptr, m, sizeof m, &sig.p, &sig.n), VOREL_OK);
+  // Another writer gives the pair a 1024-bit public key, consistent as far as the file goes.
+  Dev pseudo;
+  Pair small;
+  ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGenerateKeypair(pseudo.p, VOREL_ALG_RSA, 1024, 0, VOREL_KEYPAIR_ENCRYPT, &small.p), VOREL_OK);
+  Pub smallPub;
+  smallPub.p = VorelPKICryptoGetPublicKeyFromKeypair(small.p);
+  Out spki;
+  ASSERT_EQ(VorelPKICryptoExportPublicKey(smallPub.p, &spki.p, &spki.n), VOREL_OK);
+  vorel::token::Contents c;
+  ASSERT_EQ(vorel::token::parse(testsupport::read_file(path_of(5, "T1")), c, nullptr), VOREL_OK);
+  c.keys[0].spki.assign(reinterpret_cast<char*>(spki.p), spki.n);
+  c.keys[0].bits = 1024;
+  ++c.generation;
+  testsupport::write_file(path_of(5, "T1"), image(c));
+
+  Pair rewritten;
+  rewritten.p = VorelPKICryptoGetKeypair(token_.p, 0);
+  ASSERT_NE(rewritten.p, nullptr);
+  EXPECT_EQ(VorelPKICryptoGetKeypairBits(rewritten.p), 1024);
+  Out again, plain;
+  EXPECT_EQ(VorelPKICryptoSignHash(rewritten.p, VOREL_MECH_RSA_PKCS1_SIGN, nullptr, m, sizeof m, &again.p, &again.n),
+            VOREL_ERR_TOKEN_DAMAGED);
+  const unsigned char ct[128] = {0, 1};
+  EXPECT_EQ(
+      VorelPKICryptoPrivateKeyDecrypt(rewritten.p, VOREL_MECH_RSA_RAW, nullptr, ct, sizeof ct, &plain.p, &plain.n),
+      VOREL_ERR_TOKEN_DAMAGED);
 }
 
 TEST_F(Tokens, CreationChecksItsArguments) {
@@ -399,6 +581,22 @@ TEST_F(Tokens, TheFileHoldsNoKeyMaterialPinOrTokenKeyInTheClear) {
   std::string file = testsupport::read_file(path_of(5, "T1"));
   ASSERT_GT(file.size(), 1000u);
   for (const Bytes& s : secrets) EXPECT_EQ(file.find(std::string(s.begin(), s.end())), std::string::npos) << hex(s);
+}
+
+TEST_F(Tokens, AFolderOtherUsersMayReachIsWarnedOf) {
+  Text quiet;
+  ASSERT_EQ(VorelPKICryptoGetStoreWarning(&quiet.p), VOREL_OK);
+  EXPECT_EQ(quiet.p, nullptr);  // made for its owner alone; on Windows always nothing to say
+  EXPECT_EQ(VorelPKICryptoGetStoreWarning(nullptr), VOREL_ERR_PARAM);
+#ifndef _WIN32
+  ASSERT_EQ(chmod(dir_.c_str(), 0750), 0);
+  Text warning;
+  ASSERT_EQ(VorelPKICryptoGetStoreWarning(&warning.p), VOREL_OK);
+  ASSERT_NE(warning.p, nullptr);
+  std::string text = warning.p, dir = dir_.substr(0, dir_.size() - 1);
+  EXPECT_NE(text.find(dir + " has mode 0750"), std::string::npos) << text;
+  ASSERT_EQ(chmod(dir_.c_str(), 0700), 0);
+#endif
 }
 
 TEST_F(Tokens, ThePseudoDeviceHasNoPasswordsOrDataObjects) {

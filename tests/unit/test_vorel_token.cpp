@@ -5,6 +5,10 @@
 #include "crypto_support.h"
 #include "support.h"
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 using namespace crypto_test;
@@ -75,6 +79,28 @@ TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
   EXPECT_EQ(VorelPKICryptoSignHash(kp.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n), VOREL_OK);
 }
 
+TEST_F(VorelTokenTool, ImportsAnSm2KeyInEveryFormOpensslWritesIt) {
+  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "forms", "--so-pin", "so-pin-1", "--pin",
+                  "user-pin", "--kdf-iterations", "1000"}),
+            0);
+  const std::string testdata = testsupport::module_path("testdata") + "/";
+  const char* forms[] = {"sm2.key.pem", "sm2.key.der", "sm2.sec1.pem", "sm2.sec1.ec.pem", "sm2.sec1.der"};
+  for (const char* form : forms)
+    EXPECT_EQ(tool(on_token({"import-key", "--file", testdata + form, "--pin", "user-pin"})), 0) << form;
+  Dev d;
+  ASSERT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, &d.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoGetKeypairCount(d.p), 5);
+  for (int i = 0; i < 5; ++i) {
+    Pair kp;
+    kp.p = VorelPKICryptoGetKeypair(d.p, i);
+    Pub pub;
+    pub.p = VorelPKICryptoGetPublicKeyFromKeypair(kp.p);
+    Out der;
+    ASSERT_EQ(VorelPKICryptoExportPublicKey(pub.p, &der.p, &der.n), VOREL_OK);
+    EXPECT_EQ(der.bytes(), data("sm2.pub.der")) << forms[i];
+  }
+}
+
 TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
   ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "pins", "--so-pin", "so-pin-1", "--pin",
                   "user-pin", "--kdf-iterations", "1000"}),
@@ -100,6 +126,25 @@ TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
   EXPECT_EQ(tool(on_token({"delete", "--so-pin", "so-pin-1"})), 0);
   ASSERT_EQ(tool({"list"}), 0);
   EXPECT_NE(out_.find("No tokens."), std::string::npos) << out_;
+}
+
+TEST_F(VorelTokenTool, ListSaysWhatIsWrongWithTheFolderAndItsFiles) {
+  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "fine", "--so-pin", "so-pin-1", "--pin",
+                  "user-pin", "--kdf-iterations", "1000"}),
+            0);
+  testsupport::write_file(dir_ + "7-BAD.token", "not a token at all, but named like one");
+#ifndef _WIN32
+  ASSERT_EQ(chmod(dir_.c_str(), 0755), 0);
+#endif
+  ASSERT_EQ(tool({"list"}), 0);
+  EXPECT_NE(out_.find("7#E2E  type 7  serial E2E  label \"fine\""), std::string::npos) << out_;
+  EXPECT_NE(out_.find("skipped 7-BAD.token: not a token file"), std::string::npos) << out_;
+#ifndef _WIN32
+  EXPECT_NE(out_.find("warning: token folder " + dir_.substr(0, dir_.size() - 1) + " has mode 0755"), std::string::npos)
+      << out_;
+#else
+  EXPECT_EQ(out_.find("warning:"), std::string::npos) << out_;
+#endif
 }
 
 }  // namespace

@@ -142,6 +142,8 @@ void list_tokens(int type) {
   std::vector<vorel::token::Problem> problems;
   auto found = vorel::token::scan(type, &problems);
   std::printf("Token folder: %s\n", vorel::token::token_dir().c_str());
+  Text warning;
+  if (VorelPKICryptoGetStoreWarning(&warning.p) == VOREL_OK && warning.p) std::printf("warning: %s\n", warning.p);
   if (found.empty()) std::printf("No tokens.\n");
   for (const auto& t : found) {
     Device d;
@@ -162,7 +164,7 @@ void list_tokens(int type) {
       if (kp.p) std::printf("  key pair %d: %s\n", i, describe_keypair(kp.p).c_str());
     }
   }
-  for (const auto& p : problems) std::fprintf(stderr, "skipped %s: %s\n", p.file.c_str(), p.why.c_str());
+  for (const auto& p : problems) std::printf("skipped %s: %s\n", p.file.c_str(), p.why.c_str());
 }
 
 // The DER of a key or certificate file written as DER or PEM.
@@ -233,7 +235,7 @@ int main(int argc, char** argv) {
   soOpt(init);
   pinOpt(init);
   init->add_option("--kdf-iterations", iterations, "PBKDF2 iterations of the PIN keys (default 150000)")
-      ->check(CLI::Range(1u, 100000000u));
+      ->check(CLI::Range(vorel::token::kMinIterations, vorel::token::kMaxIterations));
 
   CLI::App* list = app.add_subcommand("list", "List the tokens with their key pairs");
   list->add_option("--type", type, "Only tokens of this device type");
@@ -320,7 +322,9 @@ int main(int argc, char** argv) {
       std::printf("Deleted token %s\n", name.c_str());
     } else if (keygen->parsed() || importKey->parsed()) {
       Bytes key;
-      if (importKey->parsed()) key = load(file, {"PRIVATE KEY", "EC PRIVATE KEY", "RSA PRIVATE KEY"}, "private key");
+      // SEC1 comes as "EC PRIVATE KEY", and from OpenSSL 3.0 for SM2 keys as "SM2 PRIVATE KEY".
+      if (importKey->parsed())
+        key = load(file, {"PRIVATE KEY", "EC PRIVATE KEY", "SM2 PRIVATE KEY", "RSA PRIVATE KEY"}, "private key");
       verify(d.p, VOREL_PWD_USER, pin(userPin, "VOREL_TOKEN_PIN", "User PIN: "));
       Keypair kp;
       if (keygen->parsed()) {

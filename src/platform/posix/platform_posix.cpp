@@ -170,19 +170,32 @@ bool list_dir(const std::string& path, std::vector<std::string>& names) {
   names.clear();
   while (struct dirent* e = readdir(dir)) {
     std::string name = e->d_name;
+    // The entry's type spares a stat per file where the file system records it.
     struct stat st;
-    if (stat((path + "/" + name).c_str(), &st) == 0 && S_ISREG(st.st_mode)) names.push_back(name);
+    if (e->d_type == DT_REG ||
+        (e->d_type == DT_UNKNOWN && stat((path + "/" + name).c_str(), &st) == 0 && S_ISREG(st.st_mode)))
+      names.push_back(name);
   }
   closedir(dir);
   return true;
+}
+
+unsigned permissions(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0 ? static_cast<unsigned>(st.st_mode & 07777) : 0;
 }
 
 struct FileLock {
   int fd;
 };
 
-FileLock* file_lock(const std::string& path) {
+FileLock* file_lock(const std::string& path, bool forWriting) {
   int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0 && !forWriting) {
+    // flock needs no write access. A reader that can open no lock file reads without one.
+    fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return new FileLock{-1};
+  }
   if (fd < 0) return nullptr;
   // flock locks belong to the open file: they also exclude other opens in this process.
   while (flock(fd, LOCK_EX) != 0) {
@@ -194,10 +207,14 @@ FileLock* file_lock(const std::string& path) {
   return new FileLock{fd};
 }
 
+bool file_lock_exclusive(const FileLock* lock) { return lock && lock->fd >= 0; }
+
 void file_unlock(FileLock* lock) {
   if (!lock) return;
-  flock(lock->fd, LOCK_UN);
-  close(lock->fd);
+  if (lock->fd >= 0) {
+    flock(lock->fd, LOCK_UN);
+    close(lock->fd);
+  }
   delete lock;
 }
 

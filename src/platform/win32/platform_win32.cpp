@@ -119,13 +119,21 @@ bool list_dir(const std::string& path, std::vector<std::string>& names) {
   return true;
 }
 
+unsigned permissions(const std::string&) { return 0; }
+
 struct FileLock {
   HANDLE h;
 };
 
-FileLock* file_lock(const std::string& path) {
+FileLock* file_lock(const std::string& path, bool forWriting) {
   HANDLE h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                          OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (h == INVALID_HANDLE_VALUE && !forWriting) {
+    // LockFileEx needs only read access. A reader that can open no lock file reads without one.
+    h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return new FileLock{INVALID_HANDLE_VALUE};
+  }
   if (h == INVALID_HANDLE_VALUE) return nullptr;
   OVERLAPPED at = {};
   if (!LockFileEx(h, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &at)) {
@@ -135,11 +143,15 @@ FileLock* file_lock(const std::string& path) {
   return new FileLock{h};
 }
 
+bool file_lock_exclusive(const FileLock* lock) { return lock && lock->h != INVALID_HANDLE_VALUE; }
+
 void file_unlock(FileLock* lock) {
   if (!lock) return;
-  OVERLAPPED at = {};
-  UnlockFileEx(lock->h, 0, 1, 0, &at);
-  CloseHandle(lock->h);
+  if (lock->h != INVALID_HANDLE_VALUE) {
+    OVERLAPPED at = {};
+    UnlockFileEx(lock->h, 0, 1, 0, &at);
+    CloseHandle(lock->h);
+  }
   delete lock;
 }
 
