@@ -41,8 +41,22 @@ struct Library {
   EVP_CIPHER* gcm = nullptr;
   EVP_KDF* pbkdf2 = nullptr;
   EC_GROUP* sm2 = nullptr;
+  EVP_PKEY* sm2Params = nullptr;  // the curve alone: public keys are made from a copy of it
   bool ok = false;
 };
+
+EVP_PKEY* sm2_parameters(OSSL_LIB_CTX* ctx) {
+  char group[] = "SM2";
+  OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_PKEY_PARAM_GROUP_NAME, group, 0),
+                         OSSL_PARAM_construct_end()};
+  EVP_PKEY_CTX* pctx = EVP_PKEY_CTX_new_from_name(ctx, "SM2", nullptr);
+  EVP_PKEY* pkey = nullptr;
+  if (!pctx || EVP_PKEY_fromdata_init(pctx) != 1 ||
+      EVP_PKEY_fromdata(pctx, &pkey, EVP_PKEY_KEY_PARAMETERS, params) != 1)
+    pkey = nullptr;
+  EVP_PKEY_CTX_free(pctx);
+  return pkey;
+}
 
 Library& lib() {
   static Library* l = [] {
@@ -63,7 +77,8 @@ Library& lib() {
     l->gcm = EVP_CIPHER_fetch(l->ctx, "AES-256-GCM", nullptr);
     l->pbkdf2 = EVP_KDF_fetch(l->ctx, "PBKDF2", nullptr);
     l->sm2 = EC_GROUP_new_by_curve_name_ex(l->ctx, nullptr, NID_sm2);
-    l->ok = l->sm3 && l->sha1 && l->sha256 && l->gcm && l->pbkdf2 && l->sm2;
+    l->sm2Params = sm2_parameters(l->ctx);
+    l->ok = l->sm3 && l->sha1 && l->sha256 && l->gcm && l->pbkdf2 && l->sm2 && l->sm2Params;
     return l;
   }();
   return *l;
@@ -338,6 +353,16 @@ Key* sm2_import(const unsigned char* q, const unsigned char* d) {
         EC_POINT_point2oct(lib().sm2, p.get(), POINT_CONVERSION_UNCOMPRESSED, point, sizeof point, bctx.get()) !=
             sizeof point)
       return nullptr;
+  }
+  if (!priv) {
+    // A public key copies the curve of a kept key and takes the point, which must lie on it:
+    // much cheaper than building the curve again for every key.
+    EVP_PKEY* pkey = EVP_PKEY_new();
+    if (pkey && EVP_PKEY_copy_parameters(pkey, lib().sm2Params) == 1 &&
+        EVP_PKEY_set1_encoded_public_key(pkey, point, sizeof point) == 1)
+      return new_key(pkey, false, false);
+    EVP_PKEY_free(pkey);
+    return nullptr;
   }
   ParamBld bld(OSSL_PARAM_BLD_new());
   if (!bld || OSSL_PARAM_BLD_push_utf8_string(bld.get(), OSSL_PKEY_PARAM_GROUP_NAME, "SM2", 0) != 1 ||

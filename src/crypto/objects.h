@@ -17,6 +17,8 @@ struct vorel_device_st {
   std::atomic<int> refs{1};
   std::shared_ptr<vorel::token::Token> token;  // none for the pseudo device
   std::string serial;                          // a token's, fixed as its file's name is
+  std::string label;                           // a token's, fixed at its creation
+  bool labelKnown = false;
 };
 
 struct vorel_device_list_st {

@@ -410,14 +410,20 @@ int VorelPKICryptoFindDevice(int type, const char* serial, int flags, VOREL_DEVI
     // Asking after a token that is not there leaves nothing behind in the folder.
     if (!vorel::platform::read_file(path, head, 1)) return fail(VOREL_ERR_NOT_FOUND);
     std::shared_ptr<Token> t = vorel::token::token_at(path);
+    std::string label;
     {
       Session s(*t);
       if (s.status() == VOREL_ERR_DEVICE_REMOVED) return fail(VOREL_ERR_NOT_FOUND);
       if (s.status() != VOREL_OK) return fail(s.status());
       if (t->c.type != static_cast<std::uint32_t>(type) || t->c.serial != serial) return fail(VOREL_ERR_TOKEN_DAMAGED);
+      label = t->c.label;
     }
     *device = new_token_device(type, serial, t);
-    return *device ? ok() : fail(VOREL_ERR_MEMORY);
+    if (!*device) return fail(VOREL_ERR_MEMORY);
+    // A token keeps the label it was made with: the device answers it without reading again.
+    (*device)->label = label;
+    (*device)->labelKnown = true;
+    return ok();
   });
 }
 
@@ -440,6 +446,7 @@ int device_text(VOREL_DEVICE* device, char** out, bool serial) {
     return hand_out_text(text, std::strlen(text), out);
   }
   if (serial) return hand_out_text(device->serial.data(), device->serial.size(), out);
+  if (device->labelKnown) return hand_out_text(device->label.data(), device->label.size(), out);
   std::string text;
   {
     Session s(*t);

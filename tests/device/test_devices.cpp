@@ -6,6 +6,10 @@
 #include <functional>
 #include <thread>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 #include "device_suite.h"
 #include "vorel/vorel_crypto.h"
 
@@ -31,6 +35,19 @@ TEST_F(Devices, EnumerationListsConfiguredTypesOrTheirTokens) {
     EXPECT_EQ(size, 0u);
   }
 }
+
+#ifndef _WIN32
+TEST_F(Devices, ATokenFolderOthersMayReachIsWarnedOfOnce) {
+  make_token(3, "A");
+  ASSERT_EQ(chmod(tokenDir_.c_str(), 0777), 0);
+  auto log = log_file();
+  enumerate(true);
+  enumerate(true);
+  std::string text = log.since();
+  EXPECT_EQ(count(text, "[WARN] [GetDeviceNameFromVorelCrypto]"), 1u) << text;
+  EXPECT_NE(text.find(tokenDir_.substr(0, tokenDir_.size() - 1)), std::string::npos) << text;
+}
+#endif
 
 TEST_F(Devices, EnumerationSizeContracts) {
   configure(R"({"devices":[{"type":2},{"type":5}]})");

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "core/device/usb.h"
 #include "core/frame.h"
@@ -102,7 +103,23 @@ void GetDeviceNameFromSKF(const DeviceConfig& device, NameList& names) {
   VLOG_DEBUG("GetDeviceNameFromSKF", "name list : %.*s", static_cast<int>(names.length()), names.data());
 }
 
+namespace {
+// A token folder others may reach is said once per folder state, not on every listing.
+void warn_about_store() {
+  static std::mutex mutex;
+  static std::string said;
+  char* raw = nullptr;
+  if (VorelPKICryptoGetStoreWarning(&raw) != VOREL_OK || !raw) return;
+  UniquePtr<char> text(raw);
+  std::lock_guard<std::mutex> guard(mutex);
+  if (said == raw) return;
+  said = raw;
+  VLOG_WARN("GetDeviceNameFromVorelCrypto", "%s", raw);
+}
+}  // namespace
+
 void GetDeviceNameFromVorelCrypto(int32_t type, NameList& names) {
+  warn_about_store();
   UniquePtr<VOREL_DEVICE_LIST> list(VorelPKICryptoGetAllDevices(type, VOREL_ENUM_TOKENS | VOREL_ENUM_HARDWARE));
   if (!list) {
     VLOG_ERROR("GetDeviceNameFromVorelCrypto", "VorelPKICryptoGetAllDevices Failed. type = %d", type);
