@@ -220,6 +220,14 @@ int VorelPKICryptoGetPwdRetryNum(VOREL_DEVICE* device, int type, unsigned* retri
 /* Logs the token out in this process and wipes what the login kept. */
 int VorelPKICryptoClearPwdCache(VOREL_DEVICE* device);
 
+/* Keeps the device's token locked, across processes, for the calling thread until
+ * VorelPKICryptoUnlockDevice: a sequence of data-object calls is then one step for every other
+ * thread and process. Holds nest. No password call may run inside a hold. The pseudo device has
+ * nothing to lock. VOREL_ERR_STORE when the lock cannot be had; unlocking without a hold of this
+ * thread answers VOREL_ERR_PARAM. */
+int VorelPKICryptoLockDevice(VOREL_DEVICE* device);
+int VorelPKICryptoUnlockDevice(VOREL_DEVICE* device);
+
 /* ---- Data objects ---- */
 
 int VorelPKICryptoCreateData(VOREL_DEVICE* device, unsigned id, const unsigned char access[4], size_t size);

@@ -134,7 +134,7 @@ int replace_pin(Token& t, Proof& proof, int type, const char* pin, Login loginAs
 }
 
 void logout(Token& t) {
-  std::lock_guard<std::mutex> hold(t.mu);
+  std::lock_guard<std::recursive_mutex> lock(t.mu);
   t.logout();
 }
 
@@ -224,7 +224,7 @@ namespace tokens {
 
 int require_user(VOREL_DEVICE* device) {
   Token& t = *device->token;
-  std::lock_guard<std::mutex> hold(t.mu);
+  std::lock_guard<std::recursive_mutex> lock(t.mu);
   return t.login == Login::User ? VOREL_OK : VOREL_ERR_NOT_LOGGED_IN;
 }
 
@@ -275,7 +275,7 @@ int store_keypair(VOREL_DEVICE* device, backend::Key* key, int alg, int type, VO
 std::shared_ptr<backend::Key> private_key(VOREL_KEYPAIR* kp, int* rc) {
   Token& t = *kp->device->token;
   {
-    std::lock_guard<std::mutex> hold(t.mu);
+    std::lock_guard<std::recursive_mutex> lock(t.mu);
     if (t.login != Login::User) {
       *rc = VOREL_ERR_NOT_LOGGED_IN;
       return nullptr;
@@ -550,7 +550,7 @@ int VorelPKICryptoVerifyPwd(VOREL_DEVICE* device, int type, const char* pin, uns
     Proof proof;
     int rc = check_pin(*t, type, pin, retries, proof);
     if (rc != VOREL_OK) return fail(rc);
-    std::lock_guard<std::mutex> hold(t->mu);
+    std::lock_guard<std::recursive_mutex> lock(t->mu);
     if (t->c.instance != proof.instance) return fail(VOREL_ERR_DEVICE_REMOVED);
     t->login = type == VOREL_PWD_SO ? Login::So : Login::User;
     t->tokenKey.swap(proof.tokenKey);
@@ -595,6 +595,24 @@ int VorelPKICryptoClearPwdCache(VOREL_DEVICE* device) {
 }
 
 // ---- data objects ----
+
+int VorelPKICryptoLockDevice(VOREL_DEVICE* device) {
+  return guard([&] {
+    if (!device) return fail(VOREL_ERR_PARAM);
+    Token* t = token_of(device);
+    int rc = t ? vorel::token::hold(*t) : VOREL_OK;
+    return rc == VOREL_OK ? ok() : fail(rc);
+  });
+}
+
+int VorelPKICryptoUnlockDevice(VOREL_DEVICE* device) {
+  return guard([&] {
+    if (!device) return fail(VOREL_ERR_PARAM);
+    Token* t = token_of(device);
+    int rc = t ? vorel::token::release(*t) : VOREL_OK;
+    return rc == VOREL_OK ? ok() : fail(rc);
+  });
+}
 
 int VorelPKICryptoCreateData(VOREL_DEVICE* device, unsigned id, const unsigned char access[4], size_t size) {
   return guard([&] {

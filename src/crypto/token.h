@@ -71,8 +71,12 @@ enum class Login { None, User, So };
 // login. Shared by every device object of the token; lives as long as the process.
 struct Token {
   std::string path, lockPath, pinLockPath;
-  std::mutex mu;     // taken before the file lock
-  std::mutex pinMu;  // taken before the PIN lock file, which is taken before mu
+  std::recursive_mutex mu;  // taken before the file lock; re-entered by a thread that holds the token
+  std::mutex pinMu;         // taken before the PIN lock file, which is taken before mu
+  // A hold of VorelPKICryptoLockDevice: the file lock its thread keeps, and how many holds.
+  platform::FileLock* heldFile = nullptr;
+  unsigned heldDepth = 0;
+  bool heldFresh = false;  // the contents were read under the hold: no one else can change them
   Contents c;
   bool loaded = false;
   Login login = Login::None;
@@ -110,6 +114,29 @@ class TokenLock {
   platform::FileLock* file_;
 };
 
+// The token's own lock: its in-process mutex and its lock file. Within a hold of the token by the
+// same thread (hold / release) it takes nothing more.
+class DataLock {
+ public:
+  DataLock(Token& t, bool forWriting);
+  ~DataLock();
+  DataLock(const DataLock&) = delete;
+  DataLock& operator=(const DataLock&) = delete;
+  bool held() const { return file_ != nullptr; }
+  bool exclusive() const { return platform::file_lock_exclusive(file_); }
+
+ private:
+  std::unique_lock<std::recursive_mutex> guard_;
+  platform::FileLock* file_;
+  bool own_;
+};
+
+// Keeps the token locked, across processes, for this thread until release: a sequence of calls
+// is then one step for everyone else. Holds nest. No PIN check may run inside one.
+int hold(Token& t);
+// VOREL_ERR_PARAM when this thread holds no hold of the token.
+int release(Token& t);
+
 // Holds a token's lock, and brings its contents up to date. Reading needs no lock file where
 // none can be made; writing does.
 class Session {
@@ -130,8 +157,9 @@ class Session {
   int remove();
 
  private:
+  int refresh();
   Token& t_;
-  TokenLock lock_;
+  DataLock lock_;
   int status_;
   std::string why_;
 };

@@ -330,7 +330,7 @@ struct LogoutAtExit {
   ~LogoutAtExit() {
     std::lock_guard<std::mutex> hold(table_mutex());
     for (auto& entry : table()) {
-      std::lock_guard<std::mutex> tokenGuard(entry.second->mu);
+      std::lock_guard<std::recursive_mutex> tokenGuard(entry.second->mu);
       entry.second->logout();
     }
   }
@@ -373,30 +373,72 @@ TokenLock::TokenLock(std::mutex& mu, const std::string& path, bool forWriting)
 
 TokenLock::~TokenLock() { platform::file_unlock(file_); }
 
-Session::Session(Token& t) : t_(t), lock_(t.mu, t.lockPath, false) {
-  if (!lock_.held()) {
-    status_ = VOREL_ERR_STORE;
-    return;
+DataLock::DataLock(Token& t, bool forWriting) : guard_(t.mu), file_(t.heldFile), own_(t.heldDepth == 0) {
+  if (own_) file_ = platform::file_lock(t.lockPath, forWriting);
+}
+
+DataLock::~DataLock() {
+  if (own_) platform::file_unlock(file_);
+}
+
+int hold(Token& t) {
+  t.mu.lock();
+  if (t.heldDepth == 0) {
+    platform::FileLock* file = platform::file_lock(t.lockPath, true);
+    if (!file || !platform::file_lock_exclusive(file)) {
+      platform::file_unlock(file);
+      t.mu.unlock();
+      return VOREL_ERR_STORE;
+    }
+    t.heldFile = file;
   }
+  ++t.heldDepth;  // the mutex stays locked once per hold
+  return VOREL_OK;
+}
+
+int release(Token& t) {
+  // Succeeds only where this thread owns the mutex, or nobody does.
+  if (!t.mu.try_lock()) return VOREL_ERR_PARAM;
+  if (t.heldDepth == 0) {
+    t.mu.unlock();
+    return VOREL_ERR_PARAM;
+  }
+  if (--t.heldDepth == 0) {
+    platform::file_unlock(t.heldFile);
+    t.heldFile = nullptr;
+    t.heldFresh = false;
+  }
+  t.mu.unlock();
+  t.mu.unlock();
+  return VOREL_OK;
+}
+
+Session::Session(Token& t) : t_(t), lock_(t, false) {
+  status_ = lock_.held() ? refresh() : VOREL_ERR_STORE;
+  // Under a hold nobody else writes: once read, the contents stay current until it ends.
+  if (t.heldDepth > 0) t.heldFresh = status_ == VOREL_OK;
+}
+
+int Session::refresh() {
+  Token& t = t_;
+  if (t.heldDepth > 0 && t.heldFresh && t.loaded) return VOREL_OK;
   // The header names the committed state: when it is the one held, nothing else is read.
   std::string head;
   if (!platform::read_file(t.path, head, kHeaderSize)) {
     t.loaded = false;
     t.logout();
-    status_ = VOREL_ERR_DEVICE_REMOVED;
-    return;
+    return VOREL_ERR_DEVICE_REMOVED;
   }
   Head h;
-  if (t.loaded && read_head(head, h, false) && h.instance == t.c.instance && h.generation == t.c.generation) {
-    status_ = VOREL_OK;
-    return;
-  }
+  if (t.loaded && read_head(head, h, false) && h.instance == t.c.instance && h.generation == t.c.generation)
+    return VOREL_OK;
   std::string file;
   std::uint64_t instance = t.c.instance;
-  status_ = platform::read_file(t.path, file) ? parse(file, t.c, &why_) : VOREL_ERR_DEVICE_REMOVED;
-  t.loaded = status_ == VOREL_OK;
+  int status = platform::read_file(t.path, file) ? parse(file, t.c, &why_) : VOREL_ERR_DEVICE_REMOVED;
+  t.loaded = status == VOREL_OK;
   // A token deleted and made again under the same name has another token key.
   if (!t.loaded || t.c.instance != instance) t.logout();
+  return status;
 }
 
 int Session::commit() {
@@ -461,7 +503,7 @@ std::vector<Listed> scan(int type, std::vector<Problem>* problems) {
       }
     } else {
       // Only the head: a listing costs the same whatever the tokens hold.
-      TokenLock lock(t.mu, t.lockPath, false);
+      DataLock lock(t, false);
       if (lock.exclusive()) remove_temporaries(dir, name, names);
       std::string head;
       Head h;

@@ -1,10 +1,13 @@
 // Software tokens in one process: devices, PINs, key pairs, certificates, data objects, and
 // what the token files may never hold.
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "crypto/token.h"
 #include "crypto_support.h"
@@ -625,4 +628,34 @@ TEST_F(Tokens, DeletingATokenNeedsTheSoPin) {
   EXPECT_EQ(login(VOREL_PWD_SO), VOREL_OK);
 }
 
+}  // namespace
+
+namespace {
+// A hold keeps the token for one thread: another thread's write waits until it is released.
+TEST_F(Tokens, AHoldMakesASequenceOneStep) {
+  ASSERT_EQ(login(), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoCreateData(token_.p, 9, kMasterAccess, 4), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoLockDevice(token_.p), VOREL_OK);
+  ASSERT_EQ(VorelPKICryptoLockDevice(token_.p), VOREL_OK);  // holds nest
+  const unsigned char first[4] = {1, 1, 1, 1}, second[4] = {2, 2, 2, 2};
+  std::atomic<bool> wrote{false};
+  std::thread other([&] {
+    EXPECT_EQ(VorelPKICryptoUnlockDevice(token_.p), VOREL_ERR_PARAM);  // not its hold
+    EXPECT_EQ(VorelPKICryptoWriteData(token_.p, 9, second, 4), VOREL_OK);
+    wrote = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_FALSE(wrote);
+  EXPECT_EQ(VorelPKICryptoWriteData(token_.p, 9, first, 4), VOREL_OK);  // inside the hold
+  EXPECT_EQ(VorelPKICryptoUnlockDevice(token_.p), VOREL_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_FALSE(wrote);  // still held once
+  EXPECT_EQ(VorelPKICryptoUnlockDevice(token_.p), VOREL_OK);
+  other.join();
+  unsigned char back[4];
+  size_t len = 0;
+  ASSERT_EQ(VorelPKICryptoReadData(token_.p, 9, back, 4, &len), VOREL_OK);
+  EXPECT_EQ(back[0], 2);
+  EXPECT_EQ(VorelPKICryptoUnlockDevice(token_.p), VOREL_ERR_PARAM);
+}
 }  // namespace
