@@ -58,11 +58,6 @@ class ExportCall {
   }
   // Operations with no emulation over the crypto library.
   ULONG not_emulated() const { return fail(SAR_NOT_EMULATED); }
-  // Exports whose behaviour is not built yet: refuse openly instead of pretending.
-  ULONG not_implemented() const {
-    VLOG_ERROR(name_, "%s is not implemented", name_);
-    return fail(SAR_NOTSUPPORTYETERR);
-  }
   // A vendor-served record whose type no longer has a module.
   ULONG unknown_type(int32_t type) const {
     VLOG_ERROR(name_, "device type : %d is not support", type);

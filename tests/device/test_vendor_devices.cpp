@@ -331,6 +331,37 @@ TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
   }
 }
 
+// A vendor type without the master file keeps its files itself: each file export is forwarded.
+TEST_F(VendorDevices, FilesOfAVendorKeepingNamesAreForwarded) {
+  std::string entry = vendor_entry(7);
+  entry.insert(entry.size() - 1, R"(,"useMasterFile":false)");
+  configure(R"({"devices":[)" + entry + "]}");
+  DEVHANDLE dev = connect("7#FIXTURE0");
+  char appName[] = "APP", name[] = "doc";
+  HAPPLICATION app = nullptr;
+  ASSERT_EQ(SKF_OpenApplication(dev, appName, &app), kOk);
+  uint64_t vapp = vendor_->handle();
+  BYTE buf[64] = {};
+  ULONG n = sizeof buf;
+  FILEATTRIBUTE info;
+  expect_forwarded(
+      {
+          {"SKF_CreateFile",
+           [&] { return SKF_CreateFile(app, name, 32, SECURE_USER_ACCOUNT, SECURE_ADM_ACCOUNT); },
+           {vapp, arg(name), 32, SECURE_USER_ACCOUNT, SECURE_ADM_ACCOUNT}},
+          {"SKF_WriteFile", [&] { return SKF_WriteFile(app, name, 4, buf, 16); }, {vapp, arg(name), 4, arg(buf), 16}},
+          {"SKF_ReadFile",
+           [&] { return SKF_ReadFile(app, name, 4, 16, buf, &n); },
+           {vapp, arg(name), 4, 16, arg(buf), arg(&n)}},
+          {"SKF_GetFileInfo", [&] { return SKF_GetFileInfo(app, name, &info); }, {vapp, arg(name), arg(&info)}},
+          {"SKF_EnumFiles", [&] { return SKF_EnumFiles(app, reinterpret_cast<LPSTR>(buf), &n); },
+           {vapp, arg(buf), arg(&n)}},
+          {"SKF_DeleteFile", [&] { return SKF_DeleteFile(app, name); }, {vapp, arg(name)}},
+      },
+      0x0B000900);
+  EXPECT_EQ(vendor_->file_trace().find("4361"), std::string::npos);
+}
+
 // RSA and SM2 exports of a vendor device reach the vendor with its device or container handle.
 TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
   DEVHANDLE dev = connect("7#FIXTURE0");

@@ -23,6 +23,9 @@ Recorder::Recorder(const std::string& modulePath) : module_(vorel::platform::dso
   bind(module_, "fixture_last", last_);
   bind(module_, "fixture_text", text_);
   bind(module_, "fixture_handle", handle_);
+  bind(module_, "fixture_file_trace", file_trace_);
+  bind(module_, "fixture_file", file_);
+  bind(module_, "fixture_remove_file", remove_file_);
   reset_();
 }
 
@@ -38,5 +41,22 @@ std::vector<uint64_t> Recorder::last(const char* function) const {
 std::string Recorder::text(const char* function) const {
   char buf[1024];
   return text_(function, buf, sizeof buf) < 0 ? std::string() : std::string(buf);
+}
+
+std::string Recorder::file_trace() const {
+  char probe;
+  int n = file_trace_(&probe, 1);
+  std::string out(static_cast<std::size_t>(n) + 1, '\0');
+  file_trace_(&out[0], n + 1);
+  out.resize(static_cast<std::size_t>(n));
+  return out;
+}
+
+std::optional<std::vector<unsigned char>> Recorder::file(const char* name) const {
+  std::vector<unsigned char> data(65536);
+  int n = file_(name, data.data(), static_cast<int>(data.size()));
+  if (n < 0) return std::nullopt;
+  data.resize(static_cast<std::size_t>(n));
+  return data;
 }
 }  // namespace testsupport

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,12 @@ class Recorder {
   std::vector<uint64_t> last(const char* function) const;
   // The first text argument of the last call.
   std::string text(const char* function) const;
+  // The module's in-memory files: the calls that reached them since the reset, one line each
+  // ("Create 4361 304 255 255", "Write 4361 38 38 0", ...); a file's contents (nullopt when
+  // there is none); a file removed behind the library's back.
+  std::string file_trace() const;
+  std::optional<std::vector<unsigned char>> file(const char* name) const;
+  void remove_file(const char* name) const { remove_file_(name); }
 
  private:
   void* module_;
@@ -42,6 +49,9 @@ class Recorder {
   int (*last_)(const char*, uint64_t*, int);
   int (*text_)(const char*, char*, int);
   uint64_t (*handle_)();
+  int (*file_trace_)(char*, int);
+  int (*file_)(const char*, unsigned char*, int);
+  void (*remove_file_)(const char*);
 };
 
 inline uint64_t arg(const void* p) { return reinterpret_cast<uintptr_t>(p); }

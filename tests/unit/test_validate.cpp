@@ -136,22 +136,6 @@ TEST(Validation, SilentAtLevelZeroButStillRefused) {
   EXPECT_EQ(log.since(), "");
 }
 
-struct NotYetCase {
-  const char* name;
-  std::function<ULONG()> call;
-};
-
-TEST(Validation, ExportsNotBuiltYetRefuseOpenly) {
-  const NotYetCase cases[] = {
-      {"SKF_ReadFile", [] { return SKF_ReadFile(kHandle, const_cast<char*>("f"), 0, 4, g_buf, &g_ulong); }},
-  };
-  for (const NotYetCase& c : cases) {
-    auto log = unit::log_file();
-    EXPECT_EQ(c.call(), static_cast<ULONG>(SAR_NOTSUPPORTYETERR)) << c.name;
-    EXPECT_NE(log.since().find(std::string(c.name) + " is not implemented"), std::string::npos) << c.name;
-  }
-}
-
 TEST(Validation, EventAndKeyAgreementStepAnswerNotEmulatedWithoutChecks) {
   auto log = unit::log_file();
   EXPECT_EQ(SKF_WaitForDevEvent(nullptr, nullptr, nullptr), static_cast<ULONG>(SAR_NOT_EMULATED));

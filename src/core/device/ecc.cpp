@@ -10,9 +10,7 @@
 
 namespace vorel {
 
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 UniquePtr<VOREL_PUBLICKEY> GetECCPublicKey(VOREL_DEVICE* device, const ECCPUBLICKEYBLOB& blob) {
   LibraryBytes der;

@@ -1,0 +1,237 @@
+#include "core/device/files.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "core/config.h"
+#include "core/device/master_file.h"
+
+namespace vorel {
+
+namespace {
+
+// Names the tokens keep for themselves.
+bool reserved_name(const ExportCall& call, const char* name) {
+  int value = std::atoi(name);
+  if (value == 8127 || (value >= 8130 && value <= 8138)) {
+    VLOG_ERROR(call.name(), "Seal file name is not allowed");
+    return true;
+  }
+  return false;
+}
+
+// How an application's files are reached: directly at a vendor that keeps names itself (dll
+// set, no store), through the master file in a store, or not at all (an answer in rc).
+struct FileRoute {
+  std::shared_ptr<const SkfDll> dll;
+  std::unique_ptr<FileStore> store;
+  ULONG rc = SAR_OK;
+};
+
+FileRoute route_of(const ExportCall& call, const ApplicationRecord& app) {
+  FileRoute route;
+  int32_t type = static_cast<int32_t>(app.type);
+  route.dll = vendor_module(type);
+  const DeviceConfig* config = GetVorelSKFConfig().find(type);
+  bool master = config && config->useMasterFile;
+  if (!master) {
+    if (!route.dll) {
+      VLOG_ERROR(call.name(), "Not use master file and not support skf, hhis function cannot be implemented");
+      route.rc = SAR_NOT_EMULATED;
+    }
+    return route;
+  }
+  route.store = route.dll ? vendor_file_store(call, *route.dll, app.vendorApplication)
+                          : crypto_file_store(call, app.cryptoDevice.get(), &route.rc);
+  return route;
+}
+
+// The master file of a route, and the slot of the named file in it.
+ULONG find_file(const ExportCall& call, FileStore& store, MasterFile& master, const char* name, int* slot) {
+  ULONG rc = ReadMasterFile(store, master, false);
+  if (rc == SAR_FILE_NOT_EXIST) return rc;  // no master file: no file
+  if (rc != SAR_OK) {
+    VLOG_ERROR(call.name(), "ReadMasterFile fail, error : %d", static_cast<int>(rc));
+    return rc;
+  }
+  *slot = GetExistFileIndex(master, name);
+  return *slot < 0 ? SAR_FILE_NOT_EXIST : SAR_OK;
+}
+
+// The rights 0x01 and 0x10 ask for the administrator's or the user's PIN verified through the
+// application; every other value for nothing.
+ULONG rights_allow(const ExportCall& call, const ApplicationRecord& app, ULONG rights) {
+  if (rights == SECURE_ADM_ACCOUNT && !app.adminPinVerified) {
+    VLOG_ERROR(call.name(), "not verify so pin");
+    return SAR_USER_NOT_LOGGED_IN;
+  }
+  if (rights == SECURE_USER_ACCOUNT && !app.userPinVerified) {
+    VLOG_ERROR(call.name(), "not verify user pin");
+    return SAR_USER_NOT_LOGGED_IN;
+  }
+  return SAR_OK;
+}
+
+// The slot of the named file, with the range checked against the recorded size and then the
+// read or write rights.
+ULONG open_file(const ExportCall& call, const ApplicationRecord& app, FileStore& store, const char* name,
+                ULONG offset, ULONG size, bool writing, int* slot) {
+  MasterFile master;
+  ULONG rc = find_file(call, store, master, name, slot);
+  if (rc != SAR_OK) return rc;
+  FileRecord record = record_at(master, *slot);
+  if (static_cast<uint64_t>(offset) + size > record.size) {
+    VLOG_ERROR(call.name(), "ulSize too long");
+    return SAR_FILE_RANGE;
+  }
+  return rights_allow(call, app, writing ? record.writeRights : record.readRights);
+}
+
+}  // namespace
+
+ULONG create_file(const ExportCall& call, const ApplicationRecord& app, LPSTR name, ULONG size, ULONG readRights,
+                  ULONG writeRights) {
+  if (reserved_name(call, name)) return SAR_NAMELENERR;
+  if (std::strlen(name) > 32) {
+    VLOG_ERROR(call.name(), "Filename length too long");
+    return SAR_NAMELENERR;
+  }
+  if (size > 65535) {
+    VLOG_ERROR(call.name(), "ulFileSize > 65535");
+    return SAR_INVALIDPARAMERR;
+  }
+  if (readRights > 0xFF) {
+    VLOG_ERROR(call.name(), "ulReadRights error");
+    return SAR_INVALIDPARAMERR;
+  }
+  if (writeRights > 0xFF) {
+    VLOG_ERROR(call.name(), "ulWriteRights error");
+    return SAR_INVALIDPARAMERR;
+  }
+  FileRoute route = route_of(call, app);
+  if (route.rc != SAR_OK) return route.rc;
+  if (!route.store)
+    return call.vendor_call(*route.dll, &SkfDll::SKF_CreateFile, app.vendorApplication, name, size, readRights,
+                            writeRights);
+  FileStore& store = *route.store;
+  MasterFile master;
+  ULONG rc = ReadMasterFile(store, master, true);
+  if (rc != SAR_OK) return rc;
+  int slot = GetEmptyFileIndex(master, name);
+  if (slot == -1) return SAR_FILE_ALREADY_EXIST;
+  if (slot == -2) return SAR_FILE_NOT_RECORDED;
+  // Contents first, then the record: a create that dies in between leaves contents that no
+  // record names, which the next create of that slot replaces.
+  rc = store.create_contents(slot, size);
+  if (rc == SAR_FILE_ALREADY_EXIST) {
+    rc = store.delete_contents(slot);
+    if (rc == SAR_OK) rc = store.create_contents(slot, size);
+  }
+  if (rc != SAR_OK) return rc;
+  uint8_t bytes[kRecordSize];
+  encode_record(name, size, readRights, writeRights, bytes);
+  rc = store.write_record(slot, bytes);
+  if (rc != SAR_OK) {
+    VLOG_ERROR(call.name(), "roll back, delete file");
+    store.delete_contents(slot);
+    return rc;
+  }
+  VLOG_DEBUG(call.name(), "update master file success");
+  return SAR_OK;
+}
+
+ULONG delete_file(const ExportCall& call, const ApplicationRecord& app, LPSTR name) {
+  if (reserved_name(call, name)) return SAR_NAMELENERR;
+  FileRoute route = route_of(call, app);
+  if (route.rc != SAR_OK) return route.rc;
+  if (!route.store) return call.vendor_call(*route.dll, &SkfDll::SKF_DeleteFile, app.vendorApplication, name);
+  MasterFile master;
+  int slot = -1;
+  ULONG rc = find_file(call, *route.store, master, name, &slot);
+  if (rc == SAR_OK) rc = rights_allow(call, app, record_at(master, slot).writeRights);
+  if (rc != SAR_OK) return rc;
+  // Contents first: a delete that dies in between leaves a record whose contents are gone,
+  // which the next read of the master file drops.
+  rc = route.store->delete_contents(slot);
+  if (rc != SAR_OK && rc != SAR_FILE_NOT_EXIST) return rc;
+  uint8_t zeros[kRecordSize] = {};
+  rc = route.store->write_record(slot, zeros);
+  if (rc == SAR_OK) VLOG_DEBUG(call.name(), "update master file success");
+  return rc;
+}
+
+ULONG enum_files(const ExportCall& call, const ApplicationRecord& app, LPSTR list, ULONG* size) {
+  FileRoute route = route_of(call, app);
+  if (route.rc != SAR_OK) return route.rc;
+  if (!route.store) return call.vendor_call(*route.dll, &SkfDll::SKF_EnumFiles, app.vendorApplication, list, size);
+  MasterFile master;
+  ULONG rc = ReadMasterFile(*route.store, master, false);
+  if (rc == SAR_FILE_NOT_EXIST) {
+    VLOG_WARN(call.name(), "Not exist master file");
+    *size = 0;
+    return SAR_OK;
+  }
+  if (rc != SAR_OK) {
+    VLOG_ERROR(call.name(), "ReadMasterFile fail, error : %d", static_cast<int>(rc));
+    return SAR_FAIL;
+  }
+  char names[kMasterRecords * 33 + 1];
+  std::size_t used = 0;
+  for (int slot = 0; slot < static_cast<int>(kMasterRecords); ++slot) {
+    FileRecord record = record_at(master, slot);
+    if (!record.name[0]) continue;
+    std::size_t n = std::strlen(record.name) + 1;
+    std::memcpy(names + used, record.name, n);
+    used += n;
+  }
+  names[used] = '\0';
+  rc = put_bytes(names, used + 1, list, size);
+  if (rc == SAR_OK && list) VLOG_DEBUG(call.name(), "file list : %.*s", static_cast<int>(used), list);
+  VLOG_DEBUG(call.name(), "*pulSize: %d", static_cast<int>(*size));
+  return rc;
+}
+
+ULONG file_info(const ExportCall& call, const ApplicationRecord& app, LPSTR name, FILEATTRIBUTE* info) {
+  if (reserved_name(call, name)) return SAR_NAMELENERR;
+  FileRoute route = route_of(call, app);
+  if (route.rc != SAR_OK) return route.rc;
+  if (!route.store) return call.vendor_call(*route.dll, &SkfDll::SKF_GetFileInfo, app.vendorApplication, name, info);
+  MasterFile master;
+  int slot = -1;
+  ULONG rc = find_file(call, *route.store, master, name, &slot);
+  if (rc != SAR_OK) return rc;
+  FileRecord record = record_at(master, slot);
+  std::memset(info, 0, sizeof *info);
+  std::memcpy(info->FileName, record.name, sizeof info->FileName);  // 32 characters fill it, unterminated
+  info->FileSize = record.size;
+  info->ReadRights = record.readRights;
+  info->WriteRights = record.writeRights;
+  return SAR_OK;
+}
+
+ULONG read_file(const ExportCall& call, const ApplicationRecord& app, LPSTR name, ULONG offset, ULONG size, BYTE* out,
+                ULONG* outLen) {
+  if (reserved_name(call, name)) return SAR_NAMELENERR;
+  if (size > *outLen) return SAR_BUFFER_TOO_SMALL;
+  FileRoute route = route_of(call, app);
+  if (route.rc != SAR_OK) return route.rc;
+  if (!route.store)
+    return call.vendor_call(*route.dll, &SkfDll::SKF_ReadFile, app.vendorApplication, name, offset, size, out, outLen);
+  int slot = -1;
+  ULONG rc = open_file(call, app, *route.store, name, offset, size, false, &slot);
+  return rc == SAR_OK ? route.store->read_contents(slot, offset, out, size, outLen) : rc;
+}
+
+ULONG write_file(const ExportCall& call, const ApplicationRecord& app, LPSTR name, ULONG offset, BYTE* data,
+                 ULONG size) {
+  if (reserved_name(call, name)) return SAR_NAMELENERR;
+  FileRoute route = route_of(call, app);
+  if (route.rc != SAR_OK) return route.rc;
+  if (!route.store)
+    return call.vendor_call(*route.dll, &SkfDll::SKF_WriteFile, app.vendorApplication, name, offset, data, size);
+  int slot = -1;
+  ULONG rc = open_file(call, app, *route.store, name, offset, size, true, &slot);
+  return rc == SAR_OK ? route.store->write_contents(slot, offset, data, size) : rc;
+}
+
+}  // namespace vorel
