@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -34,6 +35,25 @@ TEST(Files, AtomicWriteReplacesWholeAndLeavesNoTemporaryFile) {
   std::string none;
   EXPECT_FALSE(read_file(join(dir, "absent"), none));
   EXPECT_TRUE(remove_file(path));
+}
+
+// Another process may have the file open for a moment (listing tokens reads their heads without
+// the lock); on Windows the replacement then waits for it instead of failing.
+TEST(Files, AtomicWriteWaitsOutAReaderHoldingTheFileOpen) {
+  std::string dir = testsupport::make_temp_dir("files");
+  std::string path = join(dir, "token.dat");
+  ASSERT_TRUE(write_file_atomic(path, "old", 3));
+  std::FILE* reader = std::fopen(path.c_str(), "rb");
+  ASSERT_NE(reader, nullptr);
+  std::thread closer([reader] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::fclose(reader);
+  });
+  EXPECT_TRUE(write_file_atomic(path, "new", 3));
+  closer.join();
+  std::string back;
+  ASSERT_TRUE(read_file(path, back));
+  EXPECT_EQ(back, "new");
 }
 
 TEST(Files, MakeDirsCreatesParentsAndRefusesAFileInTheWay) {

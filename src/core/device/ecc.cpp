@@ -10,8 +10,6 @@
 
 namespace vorel {
 
-namespace {}  // namespace
-
 UniquePtr<VOREL_PUBLICKEY> GetECCPublicKey(VOREL_DEVICE* device, const ECCPUBLICKEYBLOB& blob) {
   LibraryBytes der;
   int rc = VorelPKICryptoEncodeECCPubKey(VOREL_CURVE_SM2, blob.XCoordinate + 32, 32, blob.YCoordinate + 32, 32,

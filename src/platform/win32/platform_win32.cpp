@@ -97,12 +97,17 @@ bool write_file_atomic(const std::string& path, const void* data, std::size_t le
   }
   ok = ok && FlushFileBuffers(h);
   CloseHandle(h);
-  // Write-through: the rename is on disk when MoveFileEx returns.
-  if (!ok || !MoveFileExA(tmp.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    DeleteFileA(tmp.c_str());
-    return false;
+  // Write-through: the rename is on disk when MoveFileEx returns. A reader that has the file
+  // open for a moment (another process listing tokens, a virus scanner) makes the replacement
+  // fail with a sharing error: wait for it, up to about a second.
+  for (int attempt = 0; ok; ++attempt) {
+    if (MoveFileExA(tmp.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return true;
+    DWORD err = GetLastError();
+    if ((err != ERROR_ACCESS_DENIED && err != ERROR_SHARING_VIOLATION) || attempt == 1000) break;
+    Sleep(attempt < 20 ? 0 : 1);
   }
-  return true;
+  DeleteFileA(tmp.c_str());
+  return false;
 }
 
 bool remove_file(const std::string& path) { return DeleteFileA(path.c_str()) != 0; }
