@@ -303,6 +303,11 @@ int VorelPKICryptoEncodeECCSignature(const unsigned char* r, size_t rLen, const 
 /* r and s without leading zero bytes. */
 int VorelPKICryptoDecodeECCSignature(const unsigned char* der, size_t derLen, unsigned char** r, size_t* rLen,
                                      unsigned char** s, size_t* sLen);
+/* The DER SM2 ciphertext that openssl reads and writes, SEQUENCE { x, y INTEGER, C3 OCTET STRING
+ * (32 bytes), C2 OCTET STRING }, from the form VOREL_MECH_SM2_ENCRYPT gives
+ * (04 || x || y || C2 || C3, at least 98 bytes), and back. */
+int VorelPKICryptoEncodeSM2Cipher(const unsigned char* raw, size_t rawLen, unsigned char** der, size_t* derLen);
+int VorelPKICryptoDecodeSM2Cipher(const unsigned char* der, size_t derLen, unsigned char** raw, size_t* rawLen);
 /* SubjectPublicKeyInfo of an RSA key. */
 int VorelPKICryptoEncodeRSAPubKey(const unsigned char* n, size_t nLen, const unsigned char* e, size_t eLen,
                                   unsigned char** der, size_t* derLen);

@@ -348,6 +348,42 @@ int VorelPKICryptoDecodeECCSignature(const unsigned char* der, size_t derLen, un
   });
 }
 
+int VorelPKICryptoEncodeSM2Cipher(const unsigned char* raw, size_t rawLen, unsigned char** der, size_t* derLen) {
+  return guard([&] {
+    if (!raw || !der || !derLen) return fail(VOREL_ERR_PARAM);
+    if (rawLen < 98 || raw[0] != 0x04) return fail(VOREL_ERR_DATA_LEN);
+    std::size_t c2Len = rawLen - 97;
+    der::Writer w;
+    w.sequence([&](der::Writer& seq) {
+      seq.integer(raw + 1, 32);
+      seq.integer(raw + 33, 32);
+      seq.octet_string(raw + 65 + c2Len, 32);
+      seq.octet_string(raw + 65, c2Len);
+    });
+    return hand_out(w.bytes(), der, derLen);
+  });
+}
+
+int VorelPKICryptoDecodeSM2Cipher(const unsigned char* der, size_t derLen, unsigned char** raw, size_t* rawLen) {
+  return guard([&] {
+    if (!der || !raw || !rawLen) return fail(VOREL_ERR_PARAM);
+    der::Reader top(der, derLen), seq;
+    const unsigned char *x, *y, *c3, *c2;
+    std::size_t xn, yn, c3n, c2n;
+    if (!top.next(der::kSequence, seq) || !top.empty() || !seq.integer(&x, &xn) || !seq.integer(&y, &yn) ||
+        !seq.next(der::kOctetString, &c3, &c3n) || !seq.next(der::kOctetString, &c2, &c2n) || !seq.empty() ||
+        c3n != 32 || c2n == 0 || c2n > SIZE_MAX - 97)
+      return fail(VOREL_ERR_BAD_ENCODING);
+    SecureBytes out(97 + c2n);
+    out[0] = 0x04;
+    if (!right_align(x, xn, out.data() + 1, 32) || !right_align(y, yn, out.data() + 33, 32))
+      return fail(VOREL_ERR_BAD_ENCODING);
+    std::memcpy(out.data() + 65, c2, c2n);
+    std::memcpy(out.data() + 65 + c2n, c3, 32);
+    return hand_out(out, raw, rawLen);
+  });
+}
+
 int VorelPKICryptoEncodeRSAPubKey(const unsigned char* n, size_t nLen, const unsigned char* e, size_t eLen,
                                   unsigned char** der, size_t* derLen) {
   return guard([&] {

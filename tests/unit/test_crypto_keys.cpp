@@ -62,23 +62,6 @@ class Keys : public Device {
     EXPECT_EQ(VorelPKIComputeSM2Z(pub, VOREL_HASH_SM3, &ident, &z.p, &z.n), VOREL_OK);
     return z.bytes();
   }
-  // The GM/T 0009 DER ciphertext OpenSSL writes, as 04 || x || y || C2 || C3.
-  static Bytes from_openssl_ciphertext(const Bytes& der) {
-    using namespace vorel::crypto::der;
-    Reader top(der.data(), der.size()), seq;
-    const unsigned char *x, *y, *c3, *c2;
-    std::size_t xn, yn, c3n, c2n;
-    EXPECT_TRUE(top.next(kSequence, seq) && seq.integer(&x, &xn) && seq.integer(&y, &yn) &&
-                seq.next(kOctetString, &c3, &c3n) && seq.next(kOctetString, &c2, &c2n));
-    Bytes out(65, 0);
-    out[0] = 4;
-    std::memcpy(out.data() + 1 + 32 - xn, x, xn);
-    std::memcpy(out.data() + 33 + 32 - yn, y, yn);
-    out.insert(out.end(), c2, c2 + c2n);
-    out.insert(out.end(), c3, c3 + c3n);
-    return out;
-  }
-
   static VOREL_KEYPAIR* rsa1024_;
 };
 VOREL_KEYPAIR* Keys::rsa1024_ = nullptr;
@@ -192,8 +175,8 @@ TEST_F(Keys, SignatureEncodingStripsAndRestoresLeadingZeros) {
 // Every decoder refuses truncations and corruptions of valid input without reading past it.
 TEST_F(Keys, MalformedEncodingsAreRefused) {
   Bytes inputs[] = {data("sm2.pub.der"), data("rsa.pub.der"), data("sm2.key.der"), data("rsa.key.der"),
-                    data("msg.sm2.sig")};
-  for (int which = 0; which < 5; ++which) {
+                    data("msg.sm2.sig"), data("p7.sm2.der")};
+  for (int which = 0; which < 6; ++which) {
     const Bytes& good = inputs[which];
     auto accepted = [&](const Bytes& in) {
       Out a, b;
@@ -217,8 +200,11 @@ TEST_F(Keys, MalformedEncodingsAreRefused) {
           rc = VorelPKICryptoDecodeRSAKeyPair(in.data(), in.size(), nums, lens);
           for (unsigned char* p : nums) VorelPKICryptoFreeMemory(p);
           break;
-        default:
+        case 4:
           rc = VorelPKICryptoDecodeECCSignature(in.data(), in.size(), &a.p, &a.n, &b.p, &b.n);
+          break;
+        default:
+          rc = VorelPKICryptoDecodeSM2Cipher(in.data(), in.size(), &a.p, &a.n);
           break;
       }
       return rc == VOREL_OK;
@@ -333,9 +319,13 @@ TEST_F(Keys, Sm2CiphertextsOfOpenSslDecrypt) {
   kp.p = import_pair(data("sm2.key.der"));
   for (int i = 1; i <= 40; ++i) {
     SCOPED_TRACE(i);
-    Bytes expected = data("p" + std::to_string(i) + ".bin"),
-          ct = from_openssl_ciphertext(data("p" + std::to_string(i) + ".sm2.der"));
+    Bytes expected = data("p" + std::to_string(i) + ".bin"), der = data("p" + std::to_string(i) + ".sm2.der");
+    Out raw, again;
+    ASSERT_EQ(VorelPKICryptoDecodeSM2Cipher(der.data(), der.size(), &raw.p, &raw.n), VOREL_OK);
+    Bytes ct = raw.bytes();
     ASSERT_EQ(ct.size(), expected.size() + 97);
+    ASSERT_EQ(VorelPKICryptoEncodeSM2Cipher(ct.data(), ct.size(), &again.p, &again.n), VOREL_OK);
+    EXPECT_EQ(again.bytes(), der);
     Bytes plain;
     ASSERT_EQ(decrypt(kp.p, VOREL_MECH_SM2_ENCRYPT, ct, plain), VOREL_OK);
     EXPECT_EQ(plain, expected);

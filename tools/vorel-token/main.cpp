@@ -17,7 +17,7 @@
 
 namespace {
 
-using vorel_token::Bytes;
+using vorel_tools::Bytes;
 
 enum Exit { kOk = 0, kFailed = 1, kUsage = 2, kWrongPin = 3 };
 
@@ -86,8 +86,8 @@ std::string pin(const std::string& given, const char* env, const char* prompt, b
   if (!given.empty()) return given;
   if (const char* e = std::getenv(env); e && *e) return e;
   std::string first, second;
-  if (!vorel_token::read_secret(prompt, first)) throw Failure(std::string("no ") + prompt + "given", kUsage);
-  if (confirm && (!vorel_token::read_secret("Repeat it: ", second) || second != first))
+  if (!vorel_tools::read_secret(prompt, first)) throw Failure(std::string("no ") + prompt + "given", kUsage);
+  if (confirm && (!vorel_tools::read_secret("Repeat it: ", second) || second != first))
     throw Failure("the two PINs differ", kUsage);
   return first;
 }
@@ -170,10 +170,10 @@ void list_tokens(int type) {
 // The DER of a key or certificate file written as DER or PEM.
 Bytes load(const std::string& path, const std::vector<std::string>& labels, const char* what) {
   Bytes raw, der;
-  if (!vorel_token::read_file(path, raw)) throw Failure("cannot read " + path);
-  if (!vorel_token::is_pem(raw)) return raw;
+  if (!vorel_tools::read_file(path, raw)) throw Failure("cannot read " + path);
+  if (!vorel_tools::is_pem(raw)) return raw;
   std::string found;
-  if (vorel_token::pem_decode(raw, labels, der, found)) return der;
+  if (vorel_tools::pem_decode(raw, labels, der, found)) return der;
   if (found == "ENCRYPTED PRIVATE KEY")
     throw Failure(path + " is encrypted: write it unencrypted first (openssl pkcs8 -topk8 -nocrypt)");
   throw Failure(path + " holds no " + what);
@@ -368,7 +368,7 @@ int main(int argc, char** argv) {
       Bytes bytes(enc, enc + encLen);
       VorelPKICryptoFreeMemory(enc);
       if (!der) {
-        std::string pem = vorel_token::pem_encode("CERTIFICATE", bytes);
+        std::string pem = vorel_tools::pem_encode("CERTIFICATE", bytes);
         bytes.assign(pem.begin(), pem.end());
       }
       if (out.empty()) {
@@ -376,7 +376,7 @@ int main(int argc, char** argv) {
         _setmode(_fileno(stdout), _O_BINARY);  // DER must pass unchanged
 #endif
         std::fwrite(bytes.data(), 1, bytes.size(), stdout);
-      } else if (!vorel_token::write_file(out, bytes)) {
+      } else if (!vorel_tools::write_file(out, bytes)) {
         throw Failure("cannot write " + out);
       }
     } else if (changePin->parsed()) {

@@ -1,10 +1,10 @@
-// Files, PEM and PIN entry for the token tool.
+// Files, PEM and PIN entry for the command-line tools.
 #pragma once
 
 #include <string>
 #include <vector>
 
-namespace vorel_token {
+namespace vorel_tools {
 
 using Bytes = std::vector<unsigned char>;
 
@@ -22,4 +22,4 @@ std::string pem_encode(const std::string& label, const Bytes& der);
 // terminal). False at end of input.
 bool read_secret(const char* prompt, std::string& secret);
 
-}  // namespace vorel_token
+}  // namespace vorel_tools

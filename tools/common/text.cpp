@@ -1,4 +1,4 @@
-// Files, PEM and PIN entry for the token tool.
+// Files, PEM and PIN entry for the command-line tools.
 #include "text.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 #include <unistd.h>
 #endif
 
-namespace vorel_token {
+namespace vorel_tools {
 
 namespace {
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -143,4 +143,4 @@ bool read_secret(const char* prompt, std::string& secret) {
   return ok;
 }
 
-}  // namespace vorel_token
+}  // namespace vorel_tools
