@@ -35,6 +35,8 @@ long thread_id();
 
 // Environment, as the C runtime sees it.
 const char* env_get(const char* name);
+// The running program's own file; empty when it cannot be told.
+std::string executable_path();
 
 // ---- files, for the token store ----
 

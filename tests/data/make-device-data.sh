@@ -81,6 +81,8 @@ for h in sm3 sha1 sha256; do ossl dgst -$h -binary -out plain.$h plain.bin; done
 ossl pkey -in s1.pem -pubout -outform DER -out s1.pub.der
 ossl pkey -in s1.pem -pubout -out s1.pub.pem
 ossl dgst -sm3 -sign s1.pem -sigopt distid:ALICE123@YAHOO.COM -out plain.alice.sig plain.bin
+# An RSA PKCS#1 v1.5 signature of plain.bin over its SHA-256 DigestInfo, as clients sign files.
+ossl dgst -sha256 -sign r1.pem -out plain.r1.sig plain.bin
 
 # Session keys wrapped for the encryption key pairs: 16 and 24 bytes, RSA PKCS#1 v1.5 and SM2.
 printf '\x01\x23\x45\x67\x89\xab\xcd\xef\xfe\xdc\xba\x98\x76\x54\x32\x10' > key16.bin  # k16

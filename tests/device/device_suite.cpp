@@ -98,6 +98,17 @@ Bytes unhex(const std::string& hex) {
   return out;
 }
 
+std::string hex(const void* data, std::size_t len) {
+  static const char digits[] = "0123456789abcdef";
+  const auto* p = static_cast<const unsigned char*>(data);
+  std::string out;
+  for (std::size_t i = 0; i < len; ++i) {
+    out += digits[p[i] >> 4];
+    out += digits[p[i] & 15];
+  }
+  return out;
+}
+
 Bytes ecc_cipher_blob(const std::string& der) {
   using namespace vorel::crypto::der;
   Reader top(reinterpret_cast<const unsigned char*>(der.data()), der.size()), seq;

@@ -64,6 +64,10 @@ std::vector<std::string> split_names(const char* list, ULONG size);
 using Bytes = std::vector<BYTE>;
 inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 Bytes unhex(const std::string& hex);
+// Lower-case hex digits of bytes.
+std::string hex(const void* data, std::size_t len);
+inline std::string hex(const Bytes& b) { return hex(b.data(), b.size()); }
+inline std::string hex(const std::string& s) { return hex(s.data(), s.size()); }
 // An ECCCIPHERBLOB (with its CipherLen bytes) of the DER SM2 ciphertext openssl writes, and back.
 Bytes ecc_cipher_blob(const std::string& der);
 std::string ecc_cipher_der(const ECCCIPHERBLOB& blob);

@@ -16,15 +16,6 @@ namespace {
 using Names = std::vector<std::string>;
 const std::string kName32(32, 'N');
 
-std::string hexed(const Bytes& b) {
-  static const char digits[] = "0123456789ABCDEF";
-  std::string out;
-  for (BYTE c : b) {
-    out += digits[c >> 4];
-    out += digits[c & 15];
-  }
-  return out;
-}
 
 // File exports on one application, whatever its route.
 class FileCalls {
@@ -112,10 +103,10 @@ TEST_F(Files, TheMasterFileHoldsOneRecordPerFileAsStored) {
   std::optional<Bytes> master = object(4361);
   ASSERT_TRUE(master);
   ASSERT_EQ(master->size(), 304u);
-  std::string expected = hexed(bytes("doc")) + std::string(58, '0') + "012C001000FF" +  // slot 0
-                         hexed(bytes(kName32)) + "001000FF0010";                       // slot 1, no terminator
-  EXPECT_EQ(hexed(*master).substr(0, 2 * 76), expected);
-  EXPECT_EQ(hexed(*master).substr(2 * 76), std::string(2 * 228, '0'));
+  std::string expected = hex(bytes("doc")) + std::string(58, '0') + "012c001000ff" +  // slot 0
+                         hex(bytes(kName32)) + "001000ff0010";                       // slot 1, no terminator
+  EXPECT_EQ(hex(*master).substr(0, 2 * 76), expected);
+  EXPECT_EQ(hex(*master).substr(2 * 76), std::string(2 * 228, '0'));
   EXPECT_EQ(object(4352).value_or(Bytes()).size(), 300u);
   EXPECT_EQ(object(4353).value_or(Bytes()).size(), 16u);
 
@@ -280,7 +271,7 @@ TEST_F(Files, ContentsGoneOrLeftBehindAreTidiedAtTheNextCall) {
   ASSERT_EQ(VorelPKICryptoDeleteData(token(), 4352 + 3), VOREL_OK);  // d's contents, behind our back
   EXPECT_EQ(names(), (Names{"a", "b", "c"}));
   Bytes master = object(4361).value_or(Bytes(304, 1));
-  EXPECT_EQ(hexed(Bytes(master.begin() + 3 * 38, master.begin() + 4 * 38)), std::string(76, '0'));
+  EXPECT_EQ(hex(Bytes(master.begin() + 3 * 38, master.begin() + 4 * 38)), std::string(76, '0'));
 
   // Contents no record names (a create that died before its record): the slot is taken anyway.
   const unsigned char access[4] = {4, 3, 7, 3};
@@ -345,9 +336,9 @@ TEST_F(VendorFiles, TheMasterFileAndContentsAreTheVendorsFiles) {
   EXPECT_EQ(trace(), readMaster + "Create 4353 10 255 255\nWrite 4361 38 38 0\n");
   Bytes master = vendor_->file("4361").value_or(Bytes());
   ASSERT_EQ(master.size(), 304u);
-  EXPECT_EQ(hexed(Bytes(master.begin(), master.begin() + 76)),
-            hexed(bytes("doc")) + std::string(58, '0') + "0064001000FF" + hexed(bytes("two")) +
-                std::string(58, '0') + "000A00FF00FF");
+  EXPECT_EQ(hex(Bytes(master.begin(), master.begin() + 76)),
+            hex(bytes("doc")) + std::string(58, '0') + "0064001000ff" + hex(bytes("two")) +
+                std::string(58, '0') + "000a00ff00ff");
 
   ASSERT_EQ(write("two", 2, "xyz"), kOk);
   EXPECT_EQ(trace(), readMaster + "Write 4353 2 3 0\n");
@@ -367,7 +358,7 @@ TEST_F(VendorFiles, TheMasterFileAndContentsAreTheVendorsFiles) {
   ASSERT_EQ(remove("doc"), kOk);
   EXPECT_EQ(trace(), readMaster + "Delete 4352\nWrite 4361 0 38 0\n");
   master = vendor_->file("4361").value_or(Bytes(304, 1));
-  EXPECT_EQ(hexed(Bytes(master.begin(), master.begin() + 38)), std::string(76, '0'));
+  EXPECT_EQ(hex(Bytes(master.begin(), master.begin() + 38)), std::string(76, '0'));
 
   // A record that cannot be written takes its contents back with it.
   vendor_->answer("SKF_WriteFile", 0x0B000001);

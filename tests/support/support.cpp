@@ -143,7 +143,7 @@ std::string quote(const std::string& arg) {
 
 }  // namespace
 
-Child::Child(const std::string& exe, const std::vector<std::string>& args, const std::string& stdoutPath) {
+Child::Child(const std::string& exe, const std::vector<std::string>& args, const Streams& streams) {
   std::vector<std::string> words{exe};
   words.insert(words.end(), args.begin(), args.end());
   std::fflush(nullptr);
@@ -152,15 +152,20 @@ Child::Child(const std::string& exe, const std::vector<std::string>& args, const
   for (const std::string& w : words) line += (line.empty() ? "" : " ") + quote(w);
   STARTUPINFOA si = {};
   si.cb = sizeof si;
-  HANDLE out = INVALID_HANDLE_VALUE;
-  if (!stdoutPath.empty()) {
-    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
-    out = CreateFileA(stdoutPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                      nullptr);
+  SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+  auto open = [&](const std::string& path, bool reading, DWORD standard) {
+    if (path.empty()) return GetStdHandle(standard);
+    return CreateFileA(path.c_str(), reading ? GENERIC_READ : GENERIC_WRITE, FILE_SHARE_READ, &sa,
+                       reading ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  };
+  bool redirected = !streams.in.empty() || !streams.out.empty() || !streams.err.empty();
+  HANDLE handles[3] = {open(streams.in, true, STD_INPUT_HANDLE), open(streams.out, false, STD_OUTPUT_HANDLE),
+                       open(streams.err, false, STD_ERROR_HANDLE)};
+  if (redirected) {
     si.dwFlags = STARTF_USESTDHANDLES;
-    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    si.hStdOutput = out;
-    si.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    si.hStdInput = handles[0];
+    si.hStdOutput = handles[1];
+    si.hStdError = handles[2];
   }
   PROCESS_INFORMATION pi = {};
   // Wine now and then refuses a process start under load; a few more attempts get it.
@@ -173,15 +178,20 @@ Child::Child(const std::string& exe, const std::vector<std::string>& args, const
       Sleep(100);
     }
   }
-  if (out != INVALID_HANDLE_VALUE) CloseHandle(out);
+  const std::string* paths[3] = {&streams.in, &streams.out, &streams.err};
+  for (int i = 0; i < 3; ++i)
+    if (!paths[i]->empty() && handles[i] != INVALID_HANDLE_VALUE) CloseHandle(handles[i]);
 #else
   std::vector<char*> argv;
   for (std::string& w : words) argv.push_back(&w[0]);
   argv.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  if (!stdoutPath.empty())
-    posix_spawn_file_actions_addopen(&actions, 1, stdoutPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (!streams.in.empty()) posix_spawn_file_actions_addopen(&actions, 0, streams.in.c_str(), O_RDONLY, 0);
+  if (!streams.out.empty())
+    posix_spawn_file_actions_addopen(&actions, 1, streams.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (!streams.err.empty())
+    posix_spawn_file_actions_addopen(&actions, 2, streams.err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   pid_t pid;
   if (posix_spawn(&pid, exe.c_str(), &actions, nullptr, argv.data(), environ) == 0) pid_ = pid;
   posix_spawn_file_actions_destroy(&actions);
@@ -235,6 +245,17 @@ int run_process(const std::string& exe, const std::vector<std::string>& args, st
   std::string path = make_temp_dir("out") + "stdout.txt";
   int code = Child(exe, args, path).wait();
   output = read_file(path);
+  return code;
+}
+
+int run_process(const std::string& exe, const std::vector<std::string>& args, const std::string& input,
+                std::string& output, std::string& errors) {
+  std::string dir = make_temp_dir("run");
+  Streams streams{dir + "stdin.txt", dir + "stdout.txt", dir + "stderr.txt"};
+  write_file(streams.in, input);
+  int code = Child(exe, args, streams).wait();
+  output = read_file(streams.out);
+  errors = read_file(streams.err);
   return code;
 }
 

@@ -45,11 +45,18 @@ class LogFile {
 
 std::size_t count(const std::string& haystack, const std::string& needle);
 
+// Files standing in for a child's standard streams; empty: inherited.
+struct Streams {
+  std::string in, out, err;
+};
+
 // A program started with arguments, inheriting the environment; killed if still running when
-// the object goes. stdoutPath, when given, receives its standard output.
+// the object goes.
 class Child {
  public:
-  Child(const std::string& exe, const std::vector<std::string>& args, const std::string& stdoutPath = "");
+  Child(const std::string& exe, const std::vector<std::string>& args, const Streams& streams = {});
+  Child(const std::string& exe, const std::vector<std::string>& args, const std::string& stdoutPath)
+      : Child(exe, args, Streams{"", stdoutPath, ""}) {}
   ~Child();
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -69,6 +76,9 @@ class Child {
 // Runs a program to its end; returns its exit code, and its standard output when asked.
 int run_process(const std::string& exe, const std::vector<std::string>& args);
 int run_process(const std::string& exe, const std::vector<std::string>& args, std::string& output);
+// The same with the standard input read from a text and the standard error captured too.
+int run_process(const std::string& exe, const std::vector<std::string>& args, const std::string& input,
+                std::string& output, std::string& errors);
 
 // File names of the built binaries beside the test executables, loadable from the working folder.
 std::string module_path(const char* fileName);

@@ -7,11 +7,6 @@
 #include "text.h"
 #include "vorel/vorel_crypto.h"
 
-#ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
-#endif
-
 namespace skftool {
 
 namespace {
@@ -195,9 +190,6 @@ Bytes read_der(const std::string& path, const std::vector<std::string>& pemLabel
 
 void write_output(const std::string& path, const Bytes& data) {
   if (path.empty() || path == "-") {
-#ifdef _WIN32
-    _setmode(_fileno(stdout), _O_BINARY);  // binary output must pass unchanged
-#endif
     std::fwrite(data.data(), 1, data.size(), stdout);
     std::fflush(stdout);
     return;

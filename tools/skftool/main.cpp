@@ -6,6 +6,11 @@
 
 #include "commands.h"
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
+
 using namespace skftool;
 
 namespace {
@@ -27,6 +32,10 @@ ULONG rights_value(const std::string& text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+#ifdef _WIN32
+  // Signatures, ciphertexts and file contents go to standard output as they are.
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
   CLI::App app{
       "skftool drives a smart token through an SKF library (GM/T 0016): lists devices, applications and containers, "
       "checks PINs, signs and verifies with SM2 (SM3 with Z) or RSA, encrypts and decrypts with SM2, hashes, keeps "

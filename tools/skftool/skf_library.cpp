@@ -5,12 +5,6 @@
 
 #include "platform/platform.h"
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
-
 namespace skftool {
 
 namespace {
@@ -109,18 +103,13 @@ bool SkfLibrary::has(const char* name) const { return vorel::platform::dso_symbo
 
 std::string default_library() {
 #ifdef _WIN32
-  char self[MAX_PATH];
-  DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
-  std::string path(self, n < sizeof self ? n : 0);
   const char* file = "vorelskf.dll";
 #else
-  char self[4096];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  std::string path(self, n > 0 ? static_cast<std::size_t>(n) : 0);
   const char* file = "libvorelskf.so";
 #endif
-  std::size_t slash = path.find_last_of("/\\");
-  return slash == std::string::npos ? file : path.substr(0, slash + 1) + file;
+  std::string self = vorel::platform::executable_path();
+  std::size_t slash = self.find_last_of("/\\");
+  return slash == std::string::npos ? file : self.substr(0, slash + 1) + file;
 }
 
 std::vector<std::string> split_list(const char* list, std::size_t size) {

@@ -27,17 +27,18 @@ std::string describe_code(ULONG code);
 // Throws a Failure for what failed when rc is not SAR_OK; wrong and locked PINs exit with kWrongPin.
 void check(ULONG rc, const std::string& what);
 
-#define SKFTOOL_FUNCTIONS(X)                                                                                          \
-  X(SKF_EnumDev)                                                                                                      \
-  X(SKF_ConnectDev) X(SKF_DisConnectDev) X(SKF_GetDevState) X(SKF_GetDevInfo) X(SKF_GenRandom) X(SKF_DevAuth)         \
-      X(SKF_EnumApplication) X(SKF_OpenApplication) X(SKF_CloseApplication) X(SKF_VerifyPIN) X(SKF_ChangePIN)         \
-          X(SKF_UnblockPIN) X(SKF_GetPINInfo) X(SKF_EnumContainer) X(SKF_OpenContainer) X(SKF_CloseContainer)         \
-              X(SKF_GetContainerType) X(SKF_ImportCertificate) X(SKF_ExportCertificate) X(SKF_ExportPublicKey)        \
-                  X(SKF_ECCSignData) X(SKF_ECCVerify) X(SKF_ExtECCEncrypt) X(SKF_ECCDecrypt) X(SKF_RSASignData)       \
-                      X(SKF_RSAVerify) X(SKF_DigestInit) X(SKF_Digest) X(SKF_DigestUpdate) X(SKF_DigestFinal)         \
-                          X(SKF_SetSymmKey) X(SKF_EncryptInit) X(SKF_Encrypt) X(SKF_EncryptUpdate) X(SKF_MacInit)     \
-                              X(SKF_MacUpdate) X(SKF_MacFinal) X(SKF_CloseHandle) X(SKF_EnumFiles) X(SKF_GetFileInfo) \
-                                  X(SKF_ReadFile) X(SKF_WriteFile) X(SKF_CreateFile) X(SKF_DeleteFile)                \
+#define SKFTOOL_FUNCTIONS(X)                                                                                         \
+  X(SKF_EnumDev)                                                                                                     \
+  X(SKF_ConnectDev)                                                                                                  \
+  X(SKF_DisConnectDev) X(SKF_GetDevState) X(SKF_GetDevInfo) X(SKF_GenRandom) X(SKF_DevAuth) X(SKF_EnumApplication)   \
+      X(SKF_OpenApplication) X(SKF_CloseApplication) X(SKF_VerifyPIN) X(SKF_ChangePIN) X(SKF_UnblockPIN)             \
+          X(SKF_GetPINInfo) X(SKF_EnumContainer) X(SKF_OpenContainer) X(SKF_CloseContainer) X(SKF_GetContainerType)  \
+              X(SKF_ImportCertificate) X(SKF_ExportCertificate) X(SKF_ExportPublicKey) X(SKF_ECCSignData)            \
+                  X(SKF_ECCVerify) X(SKF_ExtECCEncrypt) X(SKF_ECCDecrypt) X(SKF_RSASignData) X(SKF_RSAVerify)        \
+                      X(SKF_DigestInit) X(SKF_Digest) X(SKF_DigestUpdate) X(SKF_DigestFinal) X(SKF_SetSymmKey)       \
+                          X(SKF_EncryptInit) X(SKF_Encrypt) X(SKF_EncryptUpdate) X(SKF_MacInit) X(SKF_MacUpdate)     \
+                              X(SKF_MacFinal) X(SKF_CloseHandle) X(SKF_EnumFiles) X(SKF_GetFileInfo) X(SKF_ReadFile) \
+                                  X(SKF_WriteFile) X(SKF_CreateFile) X(SKF_DeleteFile)                               \
                                       X(SKF_LoadConfigurationWithPath)
 
 // The functions resolved by name; one the library lacks fails when it is called, naming it.

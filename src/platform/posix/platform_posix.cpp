@@ -93,6 +93,12 @@ namespace vorel::platform {
 
 char path_separator() { return '/'; }
 
+std::string executable_path() {
+  char path[4096];
+  ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+  return n > 0 ? std::string(path, static_cast<std::size_t>(n)) : std::string();
+}
+
 std::string user_data_dir() {
   const char* xdg = std::getenv("XDG_DATA_HOME");
   if (xdg && *xdg) return xdg;

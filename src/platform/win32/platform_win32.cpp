@@ -51,6 +51,12 @@ namespace vorel::platform {
 
 char path_separator() { return '\\'; }
 
+std::string executable_path() {
+  char path[MAX_PATH];
+  DWORD n = GetModuleFileNameA(nullptr, path, sizeof path);
+  return n > 0 && n < sizeof path ? std::string(path, n) : std::string();
+}
+
 std::string user_data_dir() {
   const char* local = std::getenv("LOCALAPPDATA");
   return local && *local ? std::string(local) : std::string();

@@ -1,0 +1,261 @@
+// skftool end to end: the built tool run as a user runs it, over a software token holding keys
+// that openssl made, its answers checked with openssl and the openssl-made test data.
+#include <nlohmann/json.hpp>
+
+#include "device_suite.h"
+#include "vorel/vorel_crypto.h"
+
+namespace device {
+namespace {
+
+using nlohmann::json;
+
+struct Result {
+  int code;
+  std::string out, err;
+};
+
+class Skftool : public DeviceTest {
+ protected:
+  void SetUp() override {
+    DeviceTest::SetUp();
+    // alice: an SM2 signing pair with its certificate and an encryption pair; carol: RSA.
+    make_token(3, "T1", "tool token",
+               {{"s1", VOREL_KEYPAIR_SIGN, "alice", nullptr},
+                {"s2", VOREL_KEYPAIR_ENCRYPT, "alice", "s2"},
+                {"r1", VOREL_KEYPAIR_SIGN, "carol", "r1"}});
+    work_ = testsupport::make_temp_dir("skftool");
+    config_ = work_ + "vorelskf.json";
+    testsupport::write_file(config_, R"({"devices":[{"name":"SOFT","type":3}]})");
+  }
+  // skftool with the test configuration (ours, not a vendor library's), input on standard input.
+  Result run(std::vector<std::string> args, const std::string& input = "") {
+    if (args[0] != "--lib") args.insert(args.begin(), {"--config", config_});
+    Result r;
+    r.code = testsupport::run_process(testsupport::module_path(SKFTOOL), args, input, r.out, r.err);
+    return r;
+  }
+  Result ok(const std::vector<std::string>& args) {
+    Result r = run(args);
+    EXPECT_EQ(r.code, 0) << args[0] << ": " << r.err;
+    return r;
+  }
+  std::string file(const std::string& name) { return work_ + name; }
+  std::string data(const std::string& name) { return testsupport::module_path(("testdata/device/" + name).c_str()); }
+  std::string work_, config_;
+  testsupport::ScopedEnv noPin_{"SKFTOOL_PIN", nullptr}, noSoPin_{"SKFTOOL_SO_PIN", nullptr};
+};
+
+std::string text_of(const std::string& path) { return testsupport::read_file(path); }
+
+TEST_F(Skftool, ListingsShowTheTokenAsTheLibrarySeesIt) {
+  json list = json::parse(ok({"list", "--json"}).out);
+  EXPECT_EQ(list["devices"][0]["name"], "3#T1");
+  EXPECT_EQ(list["devices"][0]["state"], "present");
+  EXPECT_NE(ok({"list"}).out.find("3#T1"), std::string::npos);
+
+  json info = json::parse(ok({"info", "--json"}).out);
+  EXPECT_EQ(info["label"], "tool token");
+  EXPECT_EQ(info["serialNumber"], "T1");
+  EXPECT_NE(info["symmetric"].dump().find("SM4-CBC"), std::string::npos);
+  EXPECT_NE(info["asymmetric"].dump().find("SM2-sign"), std::string::npos);
+  EXPECT_NE(ok({"info"}).out.find("Label          tool token"), std::string::npos);
+
+  EXPECT_EQ(json::parse(ok({"apps", "--json"}).out)["applications"], json::array({"VOREL"}));
+  json containers = json::parse(ok({"containers", "--json"}).out)["containers"];
+  ASSERT_EQ(containers.size(), 2u);
+  EXPECT_EQ(containers[0]["name"], "alice");
+  EXPECT_EQ(containers[0]["type"], "SM2");
+  EXPECT_EQ(containers[0]["sign"], json({{"publicKey", true}, {"certificate", false}}));
+  EXPECT_EQ(containers[0]["encrypt"], json({{"publicKey", true}, {"certificate", true}}));
+  EXPECT_EQ(containers[1]["type"], "RSA");
+
+  json pins = json::parse(ok({"pin-info", "--json"}).out)["pins"];
+  EXPECT_EQ(pins["user"]["retriesLeft"], 6);
+  EXPECT_EQ(json::parse(ok({"files", "--json"}).out)["files"], json::array());
+}
+
+TEST_F(Skftool, KeysAndCertificatesComeOutAsOpenSslWroteThem) {
+  ok({"export-pubkey", "--container", "alice", "--out", file("s1.pem")});
+  EXPECT_EQ(text_of(file("s1.pem")), text_of(data("s1.pub.pem")));
+  ok({"export-pubkey", "--container", "alice", "--der", "--out", file("s1.der")});
+  EXPECT_EQ(text_of(file("s1.der")), text_of(data("s1.pub.der")));
+  ok({"export-pubkey", "--container", "carol", "--out", file("r1.pem")});
+  EXPECT_EQ(text_of(file("r1.pem")), text_of(data("r1.pub.pem")));
+  ok({"export-cert", "--container", "alice", "--use", "enc", "--der", "--out", file("s2.crt")});
+  EXPECT_EQ(text_of(file("s2.crt")), text_of(data("s2.crt")));
+
+  Result missing = run({"export-cert", "--container", "alice"});
+  EXPECT_EQ(missing.code, 1);
+  EXPECT_NE(missing.err.find("alice has no signing certificate"), std::string::npos);
+  ok({"import-cert", "--container", "alice", "--in", data("s1.crt.pem"), "--pin", kUserPin});
+  ok({"export-cert", "--container", "alice", "--der", "--out", file("s1.crt")});
+  EXPECT_EQ(text_of(file("s1.crt")), text_of(data("s1.crt")));
+  // Another key's certificate is refused by the library.
+  EXPECT_EQ(run({"import-cert", "--container", "carol", "--in", data("s3.crt"), "--pin", kUserPin}).code, 1);
+}
+
+TEST_F(Skftool, SignaturesVerifyWithOpenSslAndOpenSslSignaturesVerify) {
+  testsupport::write_file(file("msg"), "a message to sign\n");
+  const struct {
+    const char* container;
+    const char* pub;
+    std::vector<std::string> opensslVerify;
+  } signers[] = {
+      {"alice", "s1.pub.pem", {"dgst", "-sm3", "-sigopt", "distid:1234567812345678"}},
+      {"carol", "r1.pub.pem", {"dgst", "-sha256"}},
+  };
+  for (const auto& s : signers) {
+    SCOPED_TRACE(s.container);
+    std::string sig = file(std::string(s.container) + ".sig");
+    ok({"sign", "--container", s.container, "--in", file("msg"), "--out", sig, "--pin", kUserPin});
+    std::vector<std::string> args = s.opensslVerify;
+    args.insert(args.end(), {"-verify", data(s.pub), "-signature", sig, file("msg")});
+    openssl(args);
+    for (const std::vector<std::string>& key :
+         {std::vector<std::string>{"--container", s.container}, std::vector<std::string>{"--pubkey", data(s.pub)}}) {
+      std::vector<std::string> verify = {"verify", "--in", file("msg"), "--sig", sig};
+      verify.insert(verify.end(), key.begin(), key.end());
+      EXPECT_EQ(ok(verify).out, "Signature verified\n");
+      verify[2] = data("plain.bin");
+      Result bad = run(verify);
+      EXPECT_EQ(bad.code, 1);
+      EXPECT_NE(bad.err.find("the signature does not verify"), std::string::npos);
+    }
+  }
+  // openssl's own signatures: SM2 under another signer ID, RSA over SHA-256.
+  ok({"verify", "--cert", data("s1.crt.pem"), "--id", "ALICE123@YAHOO.COM", "--in", data("plain.bin"), "--sig",
+      data("plain.alice.sig")});
+  EXPECT_EQ(
+      run({"verify", "--pubkey", data("s1.pub.pem"), "--in", data("plain.bin"), "--sig", data("plain.alice.sig")}).code,
+      1);
+  ok({"verify", "--cert", data("r1.crt"), "--in", data("plain.bin"), "--sig", data("plain.r1.sig")});
+}
+
+TEST_F(Skftool, Sm2CiphertextsTravelBetweenOpenSslAndTheToken) {
+  // openssl's ciphertext of the 16-byte key, decrypted with the container's encryption pair.
+  ok({"decrypt", "--container", "alice", "--in", data("key16.s2.der"), "--out", file("key16"), "--pin", kUserPin});
+  EXPECT_EQ(text_of(file("key16")), text_of(data("key16.bin")));
+  // Ours, to the certificate's key: openssl decrypts it with the private key, and so does the token.
+  ok({"encrypt", "--cert", data("s2.crt"), "--in", data("plain.bin"), "--out", file("ct.der")});
+  std::string plain;
+  if (openssl({"pkeyutl", "-decrypt", "-inkey", data("s2.pem"), "-in", file("ct.der"), "-out", "OUT"}, "", &plain)) {
+    EXPECT_EQ(plain, text_of(data("plain.bin")));
+  }
+  ok({"decrypt", "--container", "alice", "--in", file("ct.der"), "--out", file("back"), "--pin", kUserPin});
+  EXPECT_EQ(text_of(file("back")), text_of(data("plain.bin")));
+  // The signing pair did not encrypt it.
+  EXPECT_EQ(run({"decrypt", "--container", "alice", "--use", "sign", "--in", file("ct.der"), "--pin", kUserPin}).code,
+            1);
+}
+
+TEST_F(Skftool, DigestsMacsAndRandomBytes) {
+  const struct {
+    const char* alg;
+    const char* expected;
+  } digests[] = {{"sm3", "plain.sm3"}, {"sha1", "plain.sha1"}, {"sha256", "plain.sha256"}};
+  for (const auto& d : digests) {
+    std::string expected = text_of(data(d.expected));
+    EXPECT_EQ(ok({"digest", "--alg", d.alg, "--in", data("plain.bin")}).out, hex(expected) + "\n") << d.alg;
+  }
+  // The MAC is the last block of openssl's SM4-CBC encryption without padding.
+  std::string cbc = text_of(data("sm4-cbc.nopad.bin"));
+  EXPECT_EQ(ok({"mac", "--key", "0123456789abcdeffedcba9876543210", "--iv", "000102030405060708090a0b0c0d0e0f", "--in",
+                data("plain96.bin")})
+                .out,
+            hex(cbc.substr(cbc.size() - 16)) + "\n");
+  EXPECT_EQ(run({"mac", "--key", "00", "--in", data("plain96.bin")}).code, 2);
+  EXPECT_EQ(run({"mac", "--key", "0123456789abcdeffedcba9876543210", "--in", data("plain.bin")}).code, 2);
+
+  std::string a = ok({"random", "--len", "16"}).out, b = ok({"random", "--len", "16"}).out;
+  EXPECT_EQ(a.size(), 33u);
+  EXPECT_NE(a, b);
+}
+
+TEST_F(Skftool, PinsFromOptionsEnvironmentOrPromptAndWrongOnesExitThree) {
+  Result wrong = run({"login", "--pin", "00000000"});
+  EXPECT_EQ(wrong.code, 3);
+  EXPECT_NE(wrong.err.find("verifying the user PIN: SAR_PIN_INCORRECT (0x0A000024): wrong PIN, 5 tries left"),
+            std::string::npos)
+      << wrong.err;
+  EXPECT_EQ(ok({"login", "--pin", kUserPin}).out, "User PIN of VOREL verified\n");
+  EXPECT_EQ(run({"login"}, std::string(kUserPin) + "\n").code, 0);  // from standard input
+  {
+    testsupport::ScopedEnv soPin("SKFTOOL_SO_PIN", kSoPin);
+    Result so = run({"login", "--so"});
+    EXPECT_EQ(so.code, 0) << so.err;
+    EXPECT_EQ(so.out, "Administrator PIN of VOREL verified\n");
+  }
+  EXPECT_EQ(json::parse(ok({"pin-info", "--json"}).out)["pins"]["user"]["retriesLeft"], 6);
+
+  ok({"change-pin", "--pin", kUserPin, "--new-pin", "abcdefgh"});
+  EXPECT_EQ(run({"login", "--pin", kUserPin}).code, 3);
+  ok({"unblock-pin", "--so-pin", kSoPin, "--new-pin", kUserPin});
+  EXPECT_EQ(run({"login", "--pin", kUserPin}).code, 0);
+  Result noPin = run({"login"});  // end of input at the prompt
+  EXPECT_EQ(noPin.code, 2);
+}
+
+TEST_F(Skftool, FilesOnTheToken) {
+  ok({"create-file", "--name", "notes", "--size", "64", "--read-rights", "user", "--pin", kUserPin});
+  testsupport::write_file(file("notes"), "kept on the token");
+  ok({"write-file", "--name", "notes", "--in", file("notes"), "--offset", "4", "--pin", kUserPin});
+  json files = json::parse(ok({"files", "--json"}).out)["files"];
+  EXPECT_EQ(files, json::parse(R"([{"name":"notes","size":64,"readRights":"user","writeRights":"user"}])"));
+  EXPECT_EQ(ok({"read-file", "--name", "notes", "--offset", "4", "--size", "17", "--pin", kUserPin}).out,
+            "kept on the token");
+  EXPECT_EQ(ok({"read-file", "--name", "notes", "--pin", kUserPin}).out.size(), 64u);
+  Result locked = run({"read-file", "--name", "notes"});
+  EXPECT_EQ(locked.code, 1);
+  EXPECT_NE(locked.err.find("SAR_USER_NOT_LOGGED_IN (0x0A00002D)"), std::string::npos);
+  EXPECT_EQ(run({"create-file", "--name", "notes", "--size", "1", "--pin", kUserPin}).code, 1);
+  ok({"delete-file", "--name", "notes", "--pin", kUserPin});
+  EXPECT_EQ(ok({"files"}).out, "No files in VOREL.\n");
+}
+
+TEST_F(Skftool, WrongArgumentsExitTwo) {
+  const std::vector<std::string> cases[] = {
+      {"frobnicate"},
+      {"sign", "--in", "x"},  // no container
+      {"random", "--len", "0"},
+      {"auth", "--key", "xyz"},
+      {"create-file", "--name", "f", "--size", "1", "--read-rights", "sometimes"},
+      {"verify", "--in", data("plain.bin"), "--sig", data("plain.alice.sig")},  // no key to verify with
+  };
+  for (const auto& args : cases) EXPECT_EQ(run(args).code, 2) << args[0];
+  EXPECT_EQ(run({"--lib", file("missing.so"), "list"}).code, 1);
+}
+
+TEST_F(Skftool, DeviceAuthenticationWithTheConfiguredKey) {
+  testsupport::write_file(config_,
+                          R"({"devices":[{"name":"SOFT","type":3,"devAuthKey":"00112233445566778899aabbccddeeff"}]})");
+  EXPECT_EQ(ok({"auth", "--key", "00112233445566778899aabbccddeeff"}).out, "Device 3#T1 authenticated\n");
+  Result wrong = run({"auth", "--key", "00112233445566778899aabbccddeef0"});
+  EXPECT_EQ(wrong.code, 1);
+  EXPECT_NE(wrong.err.find("SAR_FAIL"), std::string::npos);
+}
+
+TEST_F(Skftool, SpeedReportsEachTest) {
+  json speed = json::parse(
+      ok({"speed", "--seconds", "0.05", "--container", "alice", "--pin", kUserPin, "--json"}).out)["results"];
+  std::vector<std::string> tests;
+  for (const json& r : speed) {
+    tests.push_back(r["test"]);
+    EXPECT_GT(r["value"].get<double>(), 0) << r["test"];
+  }
+  EXPECT_EQ(tests, (std::vector<std::string>{"sm3", "sha256", "sm4-cbc", "sm2 sign", "sm2 verify", "sm2 encrypt"}));
+}
+
+// Any SKF library: a vendor's, loaded directly, and ours routing a type to it.
+TEST_F(Skftool, AVendorLibraryServesTheSameCommands) {
+  std::string vendor = testsupport::module_path(VENDOR_FIXTURE);
+  EXPECT_EQ(run({"--lib", vendor, "list"}).out, "FIXTURE0                 present\n");
+  EXPECT_NE(run({"--lib", vendor, "info"}).out.find("Label          FIXTURE LABEL"), std::string::npos);
+  testsupport::write_file(config_, R"({"devices":[)" + vendor_entry(7) + "]}");
+  Result routed = run({"--device", "7#FIXTURE0", "info"});
+  EXPECT_EQ(routed.code, 0) << routed.err;
+  EXPECT_NE(routed.out.find("Manufacturer   VOREL FIXTURE"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace device
