@@ -15,6 +15,9 @@ cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/linux -j"$jobs"
 ctest --test-dir build/linux --output-on-failure
 
+echo "== The demo: the whole signing story through skftool"
+bash scripts/demo.sh
+
 echo "== Linux (libgcrypt): the crypto library, tokens and devices with the other implementation"
 cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPTO_BACKEND=gcrypt \
   -DVOREL_BUILD_BENCH=OFF >/dev/null
@@ -29,3 +32,6 @@ cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake >/dev/null
 cmake --build build/windows -j"$jobs"
 ctest --test-dir build/windows --output-on-failure
+
+echo "== The demo under wine64"
+bash scripts/demo.sh --windows

@@ -116,8 +116,8 @@ int cmd_list(const Options& o) {
     std::printf("No devices.\n");
   } else {
     for (const json& d : devices)
-      std::printf("%-24s %s%s\n", d["name"].get<std::string>().c_str(), d["present"].get<bool>() ? "" : "configured, ",
-                  d["state"].get<std::string>().c_str());
+      std::printf("%-24s %s\n", d["name"].get<std::string>().c_str(),
+                  d["present"].get<bool>() ? d["state"].get<std::string>().c_str() : "configured");
   }
   return kDone;
 }
