@@ -50,6 +50,7 @@ int main(int argc, char** argv) {
       "Exit codes: 0 done, 1 failed, 2 bad arguments, 3 wrong or locked PIN.\n"
       "Example: skftool sign --container signer --in report.pdf --out report.sig");
   app.require_subcommand(1);
+  app.fallthrough();  // the global options may also follow the command
   Options o;
   app.add_option("--lib", o.lib, "SKF library to load (default: VorelSKF beside skftool)");
   app.add_option("--config", o.config, "Configuration file for the VorelSKF library");
