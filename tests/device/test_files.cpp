@@ -161,6 +161,7 @@ TEST_F(Files, EveryCheckAnswersItsCodeAndLine) {
       {"deleting one", [&] { return remove("8133"); }, SAR_NAMELENERR, "Seal file name"},
       {"asking of one", [&] { FILEATTRIBUTE i; return info("8134", &i); }, SAR_NAMELENERR, "Seal file name"},
       {"33 characters", [&] { return create(name33, 8); }, SAR_NAMELENERR, "Filename length too long"},
+      {"no name", [&] { return create("", 8); }, SAR_NAMELENERR, "Filename is empty"},
       {"size 65536", [&] { return create("big", 65536); }, SAR_INVALIDPARAMERR, "ulFileSize > 65535"},
       {"read rights 0x100", [&] { return create("r", 8, 0x100); }, SAR_INVALIDPARAMERR, "ulReadRights error"},
       {"write rights 0x100", [&] { return create("w", 8, 0xFF, 0x100); }, SAR_INVALIDPARAMERR, "ulWriteRights error"},
@@ -241,6 +242,7 @@ TEST_F(Files, AFreshTokenHasNoFilesAndMakesItsMasterFileOnlyWhenLoggedIn) {
   EXPECT_NE(log.since().find("[WARN] [SKF_EnumFiles] Not exist master file"), std::string::npos);
   FILEATTRIBUTE i;
   EXPECT_EQ(info("doc", &i), static_cast<ULONG>(SAR_FILE_NOT_EXIST));
+  EXPECT_NE(log.since().find("ReadMasterFile fail, error : -7"), std::string::npos);
   EXPECT_EQ(read("doc", 0, 1), static_cast<ULONG>(SAR_FILE_NOT_EXIST));
 
   EXPECT_EQ(create("doc", 8), static_cast<ULONG>(SAR_USER_NOT_LOGGED_IN));
@@ -269,7 +271,9 @@ TEST_F(Files, ContentsGoneOrLeftBehindAreTidiedAtTheNextCall) {
   for (const char* name : {"a", "b", "c", "d"}) ASSERT_EQ(create(name, 10), kOk);
   login_token();
   ASSERT_EQ(VorelPKICryptoDeleteData(token(), 4352 + 3), VOREL_OK);  // d's contents, behind our back
+  auto log = log_file();
   EXPECT_EQ(names(), (Names{"a", "b", "c"}));
+  EXPECT_NE(log.since().find("VorelPKICryptoGetDataLength fail, error : -7"), std::string::npos);
   Bytes master = object(4361).value_or(Bytes(304, 1));
   EXPECT_EQ(hex(Bytes(master.begin() + 3 * 38, master.begin() + 4 * 38)), std::string(76, '0'));
 

@@ -49,10 +49,9 @@ FileRoute route_of(const ExportCall& call, const ApplicationRecord& app) {
 // The master file of a route, and the slot of the named file in it.
 ULONG find_file(const ExportCall& call, FileStore& store, MasterFile& master, const char* name, int* slot) {
   ULONG rc = ReadMasterFile(store, master, false);
-  if (rc == SAR_FILE_NOT_EXIST) return rc;  // no master file: no file
   if (rc != SAR_OK) {
-    VLOG_ERROR(call.name(), "ReadMasterFile fail, error : %d", static_cast<int>(rc));
-    return rc;
+    VLOG_ERROR(call.name(), "ReadMasterFile fail, error : %d", store.read_error());
+    return rc;  // no master file: no file
   }
   *slot = GetExistFileIndex(master, name);
   return *slot < 0 ? SAR_FILE_NOT_EXIST : SAR_OK;
@@ -92,6 +91,11 @@ ULONG open_file(const ExportCall& call, const ApplicationRecord& app, FileStore&
 ULONG create_file(const ExportCall& call, const ApplicationRecord& app, LPSTR name, ULONG size, ULONG readRights,
                   ULONG writeRights) {
   if (reserved_name(call, name)) return SAR_NAMELENERR;
+  // An empty name would make a record that reads as a free slot: a file nobody could reach.
+  if (!name[0]) {
+    VLOG_ERROR(call.name(), "Filename is empty");
+    return SAR_NAMELENERR;
+  }
   if (std::strlen(name) > 32) {
     VLOG_ERROR(call.name(), "Filename length too long");
     return SAR_NAMELENERR;
@@ -172,7 +176,7 @@ ULONG enum_files(const ExportCall& call, const ApplicationRecord& app, LPSTR lis
     return SAR_OK;
   }
   if (rc != SAR_OK) {
-    VLOG_ERROR(call.name(), "ReadMasterFile fail, error : %d", static_cast<int>(rc));
+    VLOG_ERROR(call.name(), "ReadMasterFile fail, error : %d", route.store->read_error());
     return SAR_FAIL;
   }
   char names[kMasterRecords * 33 + 1];

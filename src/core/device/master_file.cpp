@@ -40,10 +40,14 @@ class CryptoStore : public FileStore {
     int rc = VorelPKICryptoGetDataLength(device_, kMasterFileId, &len);
     if (rc != VOREL_OK) {
       VLOG_ERROR(call_.name(), "VorelPKICryptoGetDataLength fail, error : %d", rc);
+      readError_ = rc;
       return rc == VOREL_ERR_NOT_FOUND ? SAR_FILE_NOT_EXIST : sar_from_vorel(rc, call_.name());
     }
     rc = VorelPKICryptoReadData(device_, kMasterFileId, master.bytes, sizeof master.bytes, &len);
-    if (rc != VOREL_OK) return call_.crypto_failed("VorelPKICryptoReadData", rc);
+    if (rc != VOREL_OK) {
+      readError_ = rc;
+      return call_.crypto_failed("VorelPKICryptoReadData", rc);
+    }
     if (len != kMasterSize) {
       VLOG_ERROR(call_.name(), "master file of %lu bytes", static_cast<unsigned long>(len));
       return SAR_FAIL;
@@ -55,8 +59,10 @@ class CryptoStore : public FileStore {
     for (std::size_t slot = 0; slot < kMasterRecords; ++slot) {
       uint8_t* record = master.bytes + slot * kRecordSize;
       std::size_t size = 0;
-      if (record[0] != 0 &&
-          VorelPKICryptoGetDataLength(device_, kContentBase + static_cast<unsigned>(slot), &size) != VOREL_OK) {
+      if (record[0] == 0) continue;
+      rc = VorelPKICryptoGetDataLength(device_, kContentBase + static_cast<unsigned>(slot), &size);
+      if (rc != VOREL_OK) {
+        VLOG_ERROR(call_.name(), "VorelPKICryptoGetDataLength fail, error : %d", rc);
         std::memset(record, 0, kRecordSize);
         changed = true;
       }
@@ -119,6 +125,7 @@ class VendorStore : public FileStore {
     ULONG len = kMasterSize;
     ULONG rc = call_.vendor_call(dll_, &SkfDll::SKF_ReadFile, app_, name, 0u, static_cast<ULONG>(kMasterSize),
                                  master.bytes, &len);
+    readError_ = static_cast<int>(rc);
     if (rc == SAR_OK && len != kMasterSize) {
       VLOG_ERROR(call_.name(), "master file of %lu bytes", static_cast<unsigned long>(len));
       return SAR_FAIL;

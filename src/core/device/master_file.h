@@ -37,6 +37,9 @@ class FileStore {
   virtual ~FileStore() = default;
   // SAR_OK; SAR_FILE_NOT_EXIST when there is no master file yet.
   virtual ULONG read_master(MasterFile& master) = 0;
+  // The code of the last failed read of the master file as its backing answered it: the crypto
+  // library's number, or the vendor's SKF code.
+  int read_error() const { return readError_; }
   virtual ULONG create_master() = 0;
   virtual ULONG write_record(int slot, const uint8_t record[kRecordSize]) = 0;
   // SAR_FILE_ALREADY_EXIST when the slot's contents are there already (left by a create that died).
@@ -45,6 +48,9 @@ class FileStore {
   virtual ULONG delete_contents(int slot) = 0;
   virtual ULONG read_contents(int slot, ULONG offset, BYTE* out, ULONG len, ULONG* outLen) = 0;
   virtual ULONG write_contents(int slot, ULONG offset, const BYTE* data, ULONG len) = 0;
+
+ protected:
+  int readError_ = 0;
 };
 
 // The store of a crypto-library device. It keeps the token locked, across processes, from its
