@@ -108,7 +108,7 @@ ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& 
   UniquePtr<char> serial(raw);
   copy_text(record->name, sizeof record->name, serial.get());
   record->cryptoDevice = std::move(device);
-  if (const DeviceConfig* config = GetVorelSKFConfig().find(type)) {
+  if (auto config = GetVorelSKFConfig().find(type)) {
     if (config->hasDevAuthKey) {
       std::memcpy(record->auth.key, config->devAuthKey.data(), sizeof record->auth.key);
       record->auth.keySet = true;
