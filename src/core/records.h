@@ -29,15 +29,19 @@ enum HandleKind : uint32_t { kSessionKey = 1, kHash = 2, kMac = 4 };
 // A lock that one thread owns at a time and may take again; only the owner releases it.
 class DeviceLock {
  public:
-  void enter();
+  // False, at once or after waiting, once the lock is abandoned.
+  bool enter();
   // False when the calling thread does not hold the lock.
   bool leave();
+  // Its device is gone: every waiter, now and later, gives up instead of waiting for ever.
+  void abandon();
 
  private:
   std::mutex mutex_;
   std::condition_variable free_;
   std::thread::id owner_;
   unsigned depth_ = 0;
+  bool abandoned_ = false;
 };
 
 // Device authentication of an emulated device whose type has a configured key: the random
