@@ -24,6 +24,15 @@ cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPT
 cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests token_tests device_tests
 ctest --test-dir build/linux-gcrypt --output-on-failure -R "crypto_tests|token_tests|device_tests"
 
+echo "== Handles and threads: the libgcrypt build, and a ThreadSanitizer build (docs/handles.md)"
+cmake --build build/linux-gcrypt -j"$jobs" --target hardening_tests
+ctest --test-dir build/linux-gcrypt --output-on-failure -R hardening_tests
+tsan_start=$SECONDS
+cmake -S . -B build/linux-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_TSAN=ON -DVOREL_BUILD_BENCH=OFF >/dev/null
+cmake --build build/linux-tsan -j"$jobs" --target hardening_tests
+ctest --test-dir build/linux-tsan --output-on-failure -R hardening_tests
+echo "ThreadSanitizer stage: $((SECONDS - tsan_start)) s"
+
 echo "== Fuzzing the decoders, the certificate parser and the token file reader (clang, libFuzzer)"
 bash scripts/fuzz.sh 10
 

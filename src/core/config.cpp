@@ -145,7 +145,9 @@ bool VorelSKFConfig::load(const std::string& text, const char* func, const char*
     VLOG_ERROR(func, "Fail to read devices from config, because: %s", e.what());
     return false;
   }
-  devices_ = std::move(parsed);
+  auto loaded = std::make_shared<const std::vector<DeviceConfig>>(std::move(parsed));
+  std::lock_guard<std::mutex> guard(mutex_);
+  devices_.swap(loaded);
   return true;
 }
 
@@ -173,9 +175,15 @@ bool VorelSKFConfig::LoadFirst(const std::vector<std::string>& paths) {
   return false;
 }
 
-const DeviceConfig* VorelSKFConfig::find(int32_t type) const {
-  for (const DeviceConfig& d : devices_) {
-    if (d.type == type) return &d;
+std::shared_ptr<const std::vector<DeviceConfig>> VorelSKFConfig::devices() const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return devices_;
+}
+
+std::shared_ptr<const DeviceConfig> VorelSKFConfig::find(int32_t type) const {
+  std::shared_ptr<const std::vector<DeviceConfig>> all = devices();
+  for (const DeviceConfig& d : *all) {
+    if (d.type == type) return std::shared_ptr<const DeviceConfig>(all, &d);
   }
   return nullptr;
 }

@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -28,13 +30,16 @@ class VorelSKFConfig {
   // Loads the first of the paths that loads; false when none does.
   bool LoadFirst(const std::vector<std::string>& paths);
 
-  const std::vector<DeviceConfig>& devices() const { return devices_; }
-  // The entry of a device type, or nullptr.
-  const DeviceConfig* find(int32_t type) const;
+  // The entries as loaded last. A load replaces them whole while other threads may still be
+  // reading the ones they took, so a caller keeps what it was given for as long as it reads it.
+  std::shared_ptr<const std::vector<DeviceConfig>> devices() const;
+  // The entry of a device type, or null; it keeps its load's entries alive.
+  std::shared_ptr<const DeviceConfig> find(int32_t type) const;
 
  private:
   bool load(const std::string& text, const char* func, const char* parseFailFormat);
-  std::vector<DeviceConfig> devices_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<const std::vector<DeviceConfig>> devices_ = std::make_shared<const std::vector<DeviceConfig>>();
 };
 
 // The process-wide configuration; the first call loads it from the default locations.

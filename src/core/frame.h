@@ -150,6 +150,31 @@ inline ULONG put_bytes(const void* data, std::size_t len, void* out, ULONG* outL
   return SAR_OK;
 }
 
+// The live generic handle of the kind an export takes, into out; SAR_OK, else the refusal, logged:
+// SAR_INVALIDHANDLEERR for anything that is not a live generic handle, SAR_FAIL for one of another
+// kind (docs/symmetric.md), so that no vendor is handed a handle of the wrong kind.
+inline ULONG find_handle(const ExportCall& call, HANDLE handle, const char* what, uint32_t kind,
+                         std::shared_ptr<HandleRecord>& out) {
+  out = find_handle(handle);
+  if (!out) return call.invalid_handle(what);
+  if (out->kind == kind) return SAR_OK;
+  out.reset();
+  switch (kind) {
+    case kSessionKey:
+      VLOG_ERROR(call.name(), "key_handle->m_flag != 1");
+      break;
+    case kMac:
+      VLOG_ERROR(call.name(), "mac_handle->m_flag != 4");
+      break;
+    case kHash:
+      VLOG_ERROR(call.name(), "%s is not a hash handle", what);
+      break;
+    default:
+      VLOG_ERROR(call.name(), "%s is a handle of another kind", what);
+  }
+  return call.fail(SAR_FAIL);
+}
+
 // Publishes a new record under parent (null for a device) and writes its handle to *out. When it
 // cannot be published (the parent was closed meanwhile: SAR_INVALIDHANDLEERR; no memory: the
 // exception goes on to the frame), undo() runs first, so that a handle the vendor just gave out

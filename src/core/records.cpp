@@ -25,12 +25,22 @@ namespace vorel {
 
 // ---- locks ----
 
-void DeviceLock::enter() {
+bool DeviceLock::enter() {
   std::unique_lock<std::mutex> guard(mutex_);
   std::thread::id self = std::this_thread::get_id();
-  free_.wait(guard, [&] { return depth_ == 0 || owner_ == self; });
+  free_.wait(guard, [&] { return abandoned_ || depth_ == 0 || owner_ == self; });
+  if (abandoned_) return false;
   owner_ = self;
   ++depth_;
+  return true;
+}
+
+void DeviceLock::abandon() {
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    abandoned_ = true;
+  }
+  free_.notify_all();
 }
 
 bool DeviceLock::leave() {

@@ -23,21 +23,26 @@ namespace vorel {
 
 enum class RecordKind : uint32_t { Device = 1, Application = 2, Container = 3, Handle = 4 };
 
-// Generic handle kinds and the payload each carries on the crypto-library route.
-enum HandleKind : uint32_t { kSessionKey = 1, kHash = 2, kMac = 4 };
+// Generic handle kinds and the payload each carries on the crypto-library route. Agreement
+// handles exist only on the vendor route and carry nothing but the vendor's handle.
+enum HandleKind : uint32_t { kSessionKey = 1, kHash = 2, kMac = 4, kAgreement = 8 };
 
 // A lock that one thread owns at a time and may take again; only the owner releases it.
 class DeviceLock {
  public:
-  void enter();
+  // False, at once or after waiting, once the lock is abandoned.
+  bool enter();
   // False when the calling thread does not hold the lock.
   bool leave();
+  // Its device is gone: every waiter, now and later, gives up instead of waiting for ever.
+  void abandon();
 
  private:
   std::mutex mutex_;
   std::condition_variable free_;
   std::thread::id owner_;
   unsigned depth_ = 0;
+  bool abandoned_ = false;
 };
 
 // Device authentication of an emulated device whose type has a configured key: the random

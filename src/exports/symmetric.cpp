@@ -75,8 +75,8 @@ ULONG DEVAPI SKF_EncryptInit(HANDLE hKey, BLOCKCIPHERPARAM EncryptParam) {
   return run_export("SKF_EncryptInit", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("(unsigned char*)&EncryptParam", &EncryptParam,
                                                                   "sizeof(EncryptParam)", sizeof(EncryptParam)));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_EncryptInit, key->vendorHandle, EncryptParam);
     return call.finish(CipherInit(*key, EncryptParam, 1));
@@ -88,8 +88,8 @@ ULONG DEVAPI SKF_Encrypt(HANDLE hKey, BYTE* pbData, ULONG ulDataLen, BYTE* pbEnc
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("pulEncryptedLen", pulEncryptedLen));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_Encrypt, key->vendorHandle, pbData, ulDataLen, pbEncryptedData,
                           pulEncryptedLen);
@@ -103,8 +103,8 @@ ULONG DEVAPI SKF_EncryptUpdate(HANDLE hKey, BYTE* pbData, ULONG ulDataLen, BYTE*
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("pulEncryptedLen", pulEncryptedLen));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_EncryptUpdate, key->vendorHandle, pbData, ulDataLen, pbEncryptedData,
                           pulEncryptedLen);
@@ -116,8 +116,8 @@ ULONG DEVAPI SKF_EncryptFinal(HANDLE hKey, BYTE* pbEncryptedData, ULONG* pulEncr
   return run_export("SKF_EncryptFinal", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("ulEncryptedDataLen", pulEncryptedDataLen));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_EncryptFinal, key->vendorHandle, pbEncryptedData, pulEncryptedDataLen);
     return call.finish(CipherFinal(*key, pbEncryptedData, pulEncryptedDataLen));
@@ -128,8 +128,8 @@ ULONG DEVAPI SKF_DecryptInit(HANDLE hKey, BLOCKCIPHERPARAM DecryptParam) {
   return run_export("SKF_DecryptInit", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("(unsigned char*)&DecryptParam", &DecryptParam,
                                                                   "sizeof(DecryptParam)", sizeof(DecryptParam)));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_DecryptInit, key->vendorHandle, DecryptParam);
     return call.finish(CipherInit(*key, DecryptParam, 0));
@@ -141,8 +141,8 @@ ULONG DEVAPI SKF_Decrypt(HANDLE hKey, BYTE* pbEncryptedData, ULONG ulEncryptedLe
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) &&
                              call.bytes("pbEncryptedData", pbEncryptedData, "ulEncryptedLen", ulEncryptedLen) &&
                              call.pointer("pbData", pbData) && call.pointer("pulDataLen", pulDataLen));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_Decrypt, key->vendorHandle, pbEncryptedData, ulEncryptedLen, pbData,
                           pulDataLen);
@@ -156,8 +156,8 @@ ULONG DEVAPI SKF_DecryptUpdate(HANDLE hKey, BYTE* pbEncryptedData, ULONG ulEncry
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) &&
                              call.bytes("pbEncryptedData", pbEncryptedData, "ulEncryptedLen", ulEncryptedLen) &&
                              call.pointer("pbData", pbData) && call.pointer("pulDataLen", pulDataLen));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_DecryptUpdate, key->vendorHandle, pbEncryptedData, ulEncryptedLen, pbData,
                           pulDataLen);
@@ -169,8 +169,8 @@ ULONG DEVAPI SKF_DecryptFinal(HANDLE hKey, BYTE* pbDecryptedData, ULONG* pulDecr
   return run_export("SKF_DecryptFinal", SAR_INVALIDHANDLEERR, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.pointer("pbDecryptedData", pbDecryptedData) &&
                              call.pointer("pulDecryptedDataLen", pulDecryptedDataLen));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_DecryptFinal, key->vendorHandle, pbDecryptedData, pulDecryptedDataLen);
     return call.finish(CipherFinal(*key, pbDecryptedData, pulDecryptedDataLen));
@@ -194,8 +194,8 @@ ULONG DEVAPI SKF_Digest(HANDLE hHash, BYTE* pbData, ULONG ulDataLen, BYTE* pbHas
   return run_export("SKF_Digest", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hHash", hHash) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pulHashLen", pulHashLen));
-    auto hash = find_handle(hHash);
-    if (!hash) return call.invalid_handle("hHash");
+    std::shared_ptr<HandleRecord> hash;
+    if (ULONG refused = find_handle(call, hHash, "hHash", kHash, hash)) return refused;
     if (auto dll = vendor_module(hash->type))
       return call.forward(*dll, &SkfDll::SKF_Digest, hash->vendorHandle, pbData, ulDataLen, pbHashData, pulHashLen);
     return call.finish(digest(call, *hash, pbData, ulDataLen, pbHashData, pulHashLen));
@@ -205,8 +205,8 @@ ULONG DEVAPI SKF_Digest(HANDLE hHash, BYTE* pbData, ULONG ulDataLen, BYTE* pbHas
 ULONG DEVAPI SKF_DigestUpdate(HANDLE hHash, BYTE* pbData, ULONG ulDataLen) {
   return run_export("SKF_DigestUpdate", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hHash", hHash) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen));
-    auto hash = find_handle(hHash);
-    if (!hash) return call.invalid_handle("hHash");
+    std::shared_ptr<HandleRecord> hash;
+    if (ULONG refused = find_handle(call, hHash, "hHash", kHash, hash)) return refused;
     if (auto dll = vendor_module(hash->type))
       return call.forward(*dll, &SkfDll::SKF_DigestUpdate, hash->vendorHandle, pbData, ulDataLen);
     return call.finish(digest_update(call, *hash, pbData, ulDataLen));
@@ -216,8 +216,8 @@ ULONG DEVAPI SKF_DigestUpdate(HANDLE hHash, BYTE* pbData, ULONG ulDataLen) {
 ULONG DEVAPI SKF_DigestFinal(HANDLE hHash, BYTE* pHashData, ULONG* pulHashLen) {
   return run_export("SKF_DigestFinal", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hHash", hHash) && call.pointer("pulHashLen", pulHashLen));
-    auto hash = find_handle(hHash);
-    if (!hash) return call.invalid_handle("hHash");
+    std::shared_ptr<HandleRecord> hash;
+    if (ULONG refused = find_handle(call, hHash, "hHash", kHash, hash)) return refused;
     if (auto dll = vendor_module(hash->type))
       return call.forward(*dll, &SkfDll::SKF_DigestFinal, hash->vendorHandle, pHashData, pulHashLen);
     return call.finish(digest_final(call, *hash, pHashData, pulHashLen));
@@ -228,8 +228,8 @@ ULONG DEVAPI SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM* pMacParam, HANDLE* phMac
   return run_export("SKF_MacInit", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call,
                    call.pointer("hKey", hKey) && call.pointer("pMacParam", pMacParam) && call.pointer("phMac", phMac));
-    auto key = find_handle(hKey);
-    if (!key) return call.invalid_handle("hKey");
+    std::shared_ptr<HandleRecord> key;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
       return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_MacInit, key->type, kMac, key->parent, phMac,
                                             key->vendorHandle, pMacParam));
@@ -241,8 +241,8 @@ ULONG DEVAPI SKF_Mac(HANDLE hMac, BYTE* pbData, ULONG ulDataLen, BYTE* pbMacData
   return run_export("SKF_Mac", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hMac", hMac) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
                              call.pointer("pulMacLen", pulMacLen));
-    auto handle = find_handle(hMac);
-    if (!handle) return call.invalid_handle("hMac");
+    std::shared_ptr<HandleRecord> handle;
+    if (ULONG refused = find_handle(call, hMac, "hMac", kMac, handle)) return refused;
     if (auto dll = vendor_module(handle->type))
       return call.forward(*dll, &SkfDll::SKF_Mac, handle->vendorHandle, pbData, ulDataLen, pbMacData, pulMacLen);
     return call.finish(mac(call, *handle, pbData, ulDataLen, pbMacData, pulMacLen));
@@ -252,8 +252,8 @@ ULONG DEVAPI SKF_Mac(HANDLE hMac, BYTE* pbData, ULONG ulDataLen, BYTE* pbMacData
 ULONG DEVAPI SKF_MacUpdate(HANDLE hMac, BYTE* pbData, ULONG ulDataLen) {
   return run_export("SKF_MacUpdate", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hMac", hMac) && call.bytes("pbData", pbData, "ulDataLen", ulDataLen));
-    auto handle = find_handle(hMac);
-    if (!handle) return call.invalid_handle("hMac");
+    std::shared_ptr<HandleRecord> handle;
+    if (ULONG refused = find_handle(call, hMac, "hMac", kMac, handle)) return refused;
     if (auto dll = vendor_module(handle->type))
       return call.forward(*dll, &SkfDll::SKF_MacUpdate, handle->vendorHandle, pbData, ulDataLen);
     return call.finish(mac_update(call, *handle, pbData, ulDataLen));
@@ -263,8 +263,8 @@ ULONG DEVAPI SKF_MacUpdate(HANDLE hMac, BYTE* pbData, ULONG ulDataLen) {
 ULONG DEVAPI SKF_MacFinal(HANDLE hMac, BYTE* pbMacData, ULONG* pulMacDataLen) {
   return run_export("SKF_MacFinal", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hMac", hMac) && call.pointer("pulMacDataLen", pulMacDataLen));
-    auto handle = find_handle(hMac);
-    if (!handle) return call.invalid_handle("hMac");
+    std::shared_ptr<HandleRecord> handle;
+    if (ULONG refused = find_handle(call, hMac, "hMac", kMac, handle)) return refused;
     if (auto dll = vendor_module(handle->type))
       return call.forward(*dll, &SkfDll::SKF_MacFinal, handle->vendorHandle, pbMacData, pulMacDataLen);
     return call.finish(mac_final(call, *handle, pbMacData, pulMacDataLen));

@@ -61,6 +61,17 @@ std::string empty_vendor_entry(int type);
 
 std::vector<std::string> split_names(const char* list, ULONG size);
 
+// One of each key and signature blob, zero-filled: arguments for calls that must reach a vendor
+// or a handle check whatever the blobs hold.
+struct Blobs {
+  RSAPUBLICKEYBLOB rsaPub{};
+  RSAPRIVATEKEYBLOB rsaPriv{};
+  ECCPUBLICKEYBLOB eccPub{};
+  ECCPRIVATEKEYBLOB eccPriv{};
+  ECCSIGNATUREBLOB sig{};
+  ENVELOPEDKEYBLOB envelope{};
+};
+
 using Bytes = std::vector<BYTE>;
 inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 Bytes unhex(const std::string& hex);

@@ -277,7 +277,7 @@ TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
   BYTE buf[64] = {}, id[4] = {1, 2, 3, 4};
   ECCPUBLICKEYBLOB pub{};
   BLOCKCIPHERPARAM param{};
-  HANDLE key = nullptr, imported = nullptr, hash = nullptr, mac = nullptr;
+  HANDLE key = nullptr, imported = nullptr, hash = nullptr, mac = nullptr, none = nullptr;
   ASSERT_EQ(SKF_SetSymmKey(dev, buf, SGD_SMS4_CBC, &key), kOk);
   uint64_t vkey = vendor_->handle();
   EXPECT_EQ(vendor_->last("SKF_SetSymmKey").at(0), vdev);
@@ -291,8 +291,26 @@ TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
   ASSERT_EQ(SKF_MacInit(key, &param, &mac), kOk);
   uint64_t vmac = vendor_->handle();
   EXPECT_EQ(vendor_->last("SKF_MacInit").at(0), vkey);
-  for (auto [ours, theirs] : {std::make_pair(key, vkey), std::make_pair(hash, vhash), std::make_pair(mac, vmac)})
+  // Key agreement: the agreement handle and the keys agreed are records of ours too, and the
+  // sponsor's second step reaches the vendor with its own agreement handle.
+  HANDLE agreement = nullptr, agreed = nullptr, responded = nullptr;
+  ASSERT_EQ(SKF_GenerateAgreementDataWithECC(container, SGD_SMS4_ECB, &pub, id, 4, &agreement), kOk);
+  uint64_t vagreement = vendor_->handle();
+  ASSERT_EQ(SKF_GenerateKeyWithECC(agreement, &pub, &pub, id, 4, &agreed), kOk);
+  uint64_t vagreed = vendor_->handle();
+  EXPECT_EQ(vendor_->last("SKF_GenerateKeyWithECC").at(0), vagreement);
+  ASSERT_EQ(SKF_GenerateAgreementDataAndKeyWithECC(container, SGD_SMS4_ECB, &pub, &pub, &pub, id, 4, id, 4, &responded),
+            kOk);
+  uint64_t vresponded = vendor_->handle();
+  EXPECT_EQ(SKF_GenerateKeyWithECC(key, &pub, &pub, id, 4, &none), static_cast<ULONG>(SAR_FAIL));
+  for (auto [ours, theirs] : {std::make_pair(key, vkey), std::make_pair(hash, vhash), std::make_pair(mac, vmac),
+                              std::make_pair(agreement, vagreement), std::make_pair(agreed, vagreed),
+                              std::make_pair(responded, vresponded)})
     EXPECT_NE(arg(ours), theirs);
+  ASSERT_EQ(SKF_EncryptInit(agreed, param), kOk);
+  EXPECT_EQ(vendor_->last("SKF_EncryptInit").at(0), vagreed);
+  ASSERT_EQ(SKF_EncryptInit(responded, param), kOk);
+  EXPECT_EQ(vendor_->last("SKF_EncryptInit").at(0), vresponded);
 
   ULONG n = sizeof buf;
   using Args = std::vector<uint64_t>;
@@ -322,10 +340,11 @@ TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
       0x0B000700);
   // A handle the vendor gave out is closed again when ours cannot be made.
   vendor_->answer("SKF_SetSymmKey", 0x0B000800);
-  HANDLE none = nullptr;
+  none = nullptr;
   EXPECT_EQ(SKF_SetSymmKey(dev, buf, SGD_SMS4_CBC, &none), 0x0B000800u);
   EXPECT_EQ(none, nullptr);
-  for (auto [ours, theirs] : {std::make_pair(mac, vmac), std::make_pair(hash, vhash), std::make_pair(key, vkey)}) {
+  for (auto [ours, theirs] : {std::make_pair(mac, vmac), std::make_pair(hash, vhash), std::make_pair(key, vkey),
+                              std::make_pair(agreement, vagreement), std::make_pair(agreed, vagreed)}) {
     ASSERT_EQ(SKF_CloseHandle(ours), kOk);
     EXPECT_EQ(vendor_->last("SKF_CloseHandle"), Args{theirs});
   }
@@ -375,41 +394,36 @@ TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
   BYTE buf[64] = {};
   ULONG n = sizeof buf;
   HANDLE h = nullptr;
-  RSAPUBLICKEYBLOB rsaPub{};
-  RSAPRIVATEKEYBLOB rsaPriv{};
-  ECCPUBLICKEYBLOB eccPub{};
-  ECCPRIVATEKEYBLOB eccPriv{};
-  ECCSIGNATUREBLOB sig{};
-  ENVELOPEDKEYBLOB envelope{};
+  Blobs b;
   auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(buf);
   expect_forwarded(
       {
-          {"SKF_GenExtRSAKey", [&] { return SKF_GenExtRSAKey(dev, 1024, &rsaPriv); }, {vdev, 1024, arg(&rsaPriv)}},
+          {"SKF_GenExtRSAKey", [&] { return SKF_GenExtRSAKey(dev, 1024, &b.rsaPriv); }, {vdev, 1024, arg(&b.rsaPriv)}},
           {"SKF_RSAVerify",
-           [&] { return SKF_RSAVerify(dev, &rsaPub, buf, 16, buf, 32); },
-           {vdev, arg(&rsaPub), arg(buf), 16, arg(buf), 32}},
+           [&] { return SKF_RSAVerify(dev, &b.rsaPub, buf, 16, buf, 32); },
+           {vdev, arg(&b.rsaPub), arg(buf), 16, arg(buf), 32}},
           {"SKF_ExtRSAPubKeyOperation",
-           [&] { return SKF_ExtRSAPubKeyOperation(dev, &rsaPub, buf, 16, buf, &n); },
-           {vdev, arg(&rsaPub), arg(buf), 16, arg(buf), arg(&n)}},
+           [&] { return SKF_ExtRSAPubKeyOperation(dev, &b.rsaPub, buf, 16, buf, &n); },
+           {vdev, arg(&b.rsaPub), arg(buf), 16, arg(buf), arg(&n)}},
           {"SKF_ExtRSAPriKeyOperation",
-           [&] { return SKF_ExtRSAPriKeyOperation(dev, &rsaPriv, buf, 16, buf, &n); },
-           {vdev, arg(&rsaPriv), arg(buf), 16, arg(buf), arg(&n)}},
+           [&] { return SKF_ExtRSAPriKeyOperation(dev, &b.rsaPriv, buf, 16, buf, &n); },
+           {vdev, arg(&b.rsaPriv), arg(buf), 16, arg(buf), arg(&n)}},
           {"SKF_ECCVerify",
-           [&] { return SKF_ECCVerify(dev, &eccPub, buf, 32, &sig); },
-           {vdev, arg(&eccPub), arg(buf), 32, arg(&sig)}},
+           [&] { return SKF_ECCVerify(dev, &b.eccPub, buf, 32, &b.sig); },
+           {vdev, arg(&b.eccPub), arg(buf), 32, arg(&b.sig)}},
           {"SKF_ExtECCVerify",
-           [&] { return SKF_ExtECCVerify(dev, &eccPub, buf, 32, &sig); },
-           {vdev, arg(&eccPub), arg(buf), 32, arg(&sig)}},
+           [&] { return SKF_ExtECCVerify(dev, &b.eccPub, buf, 32, &b.sig); },
+           {vdev, arg(&b.eccPub), arg(buf), 32, arg(&b.sig)}},
           {"SKF_ExtECCEncrypt",
-           [&] { return SKF_ExtECCEncrypt(dev, &eccPub, buf, 16, ct); },
-           {vdev, arg(&eccPub), arg(buf), 16, arg(ct)}},
+           [&] { return SKF_ExtECCEncrypt(dev, &b.eccPub, buf, 16, ct); },
+           {vdev, arg(&b.eccPub), arg(buf), 16, arg(ct)}},
           {"SKF_ExtECCDecrypt",
-           [&] { return SKF_ExtECCDecrypt(dev, &eccPriv, ct, buf, &n); },
-           {vdev, arg(&eccPriv), arg(ct), arg(buf), arg(&n)}},
+           [&] { return SKF_ExtECCDecrypt(dev, &b.eccPriv, ct, buf, &n); },
+           {vdev, arg(&b.eccPriv), arg(ct), arg(buf), arg(&n)}},
           {"SKF_ExtECCSign",
-           [&] { return SKF_ExtECCSign(dev, &eccPriv, buf, 32, &sig); },
-           {vdev, arg(&eccPriv), arg(buf), 32, arg(&sig)}},
-          {"SKF_GenRSAKeyPair", [&] { return SKF_GenRSAKeyPair(c, 2048, &rsaPub); }, {vcon, 2048, arg(&rsaPub)}},
+           [&] { return SKF_ExtECCSign(dev, &b.eccPriv, buf, 32, &b.sig); },
+           {vdev, arg(&b.eccPriv), arg(buf), 32, arg(&b.sig)}},
+          {"SKF_GenRSAKeyPair", [&] { return SKF_GenRSAKeyPair(c, 2048, &b.rsaPub); }, {vcon, 2048, arg(&b.rsaPub)}},
           {"SKF_ImportRSAKeyPair",
            [&] { return SKF_ImportRSAKeyPair(c, SGD_SMS4_ECB, buf, 16, buf + 16, 32); },
            {vcon, SGD_SMS4_ECB, arg(buf), 16, arg(buf + 16), 32}},
@@ -417,27 +431,27 @@ TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
            [&] { return SKF_RSASignData(c, buf, 16, buf, &n); },
            {vcon, arg(buf), 16, arg(buf), arg(&n)}},
           {"SKF_RSAExportSessionKey",
-           [&] { return SKF_RSAExportSessionKey(c, SGD_SMS4_ECB, &rsaPub, buf, &n, &h); },
-           {vcon, SGD_SMS4_ECB, arg(&rsaPub), arg(buf), arg(&n), arg(&h)}},
+           [&] { return SKF_RSAExportSessionKey(c, SGD_SMS4_ECB, &b.rsaPub, buf, &n, &h); },
+           {vcon, SGD_SMS4_ECB, arg(&b.rsaPub), arg(buf), arg(&n), arg(&h)}},
           {"SKF_GenECCKeyPair",
-           [&] { return SKF_GenECCKeyPair(c, SGD_SM2_1, &eccPub); },
-           {vcon, SGD_SM2_1, arg(&eccPub)}},
-          {"SKF_ImportECCKeyPair", [&] { return SKF_ImportECCKeyPair(c, &envelope); }, {vcon, arg(&envelope)}},
-          {"SKF_ECCSignData", [&] { return SKF_ECCSignData(c, buf, 32, &sig); }, {vcon, arg(buf), 32, arg(&sig)}},
+           [&] { return SKF_GenECCKeyPair(c, SGD_SM2_1, &b.eccPub); },
+           {vcon, SGD_SM2_1, arg(&b.eccPub)}},
+          {"SKF_ImportECCKeyPair", [&] { return SKF_ImportECCKeyPair(c, &b.envelope); }, {vcon, arg(&b.envelope)}},
+          {"SKF_ECCSignData", [&] { return SKF_ECCSignData(c, buf, 32, &b.sig); }, {vcon, arg(buf), 32, arg(&b.sig)}},
           {"SKF_ECCExportSessionKey",
-           [&] { return SKF_ECCExportSessionKey(c, SGD_SMS4_ECB, &eccPub, ct, &h); },
-           {vcon, SGD_SMS4_ECB, arg(&eccPub), arg(ct), arg(&h)}},
+           [&] { return SKF_ECCExportSessionKey(c, SGD_SMS4_ECB, &b.eccPub, ct, &h); },
+           {vcon, SGD_SMS4_ECB, arg(&b.eccPub), arg(ct), arg(&h)}},
           {"SKF_ExportPublicKey", [&] { return SKF_ExportPublicKey(c, TRUE, buf, &n); }, {vcon, 1, arg(buf), arg(&n)}},
-          // The vendor's agreement and key handles reach the caller unwrapped.
+          // Their handles are records of ours (KeysHashesAndMacsUseTheVendorsHandles).
           {"SKF_GenerateAgreementDataWithECC",
-           [&] { return SKF_GenerateAgreementDataWithECC(c, SGD_SMS4_ECB, &eccPub, buf, 16, &h); },
-           {vcon, SGD_SMS4_ECB, arg(&eccPub), arg(buf), 16, arg(&h)}},
+           [&] { return SKF_GenerateAgreementDataWithECC(c, SGD_SMS4_ECB, &b.eccPub, buf, 16, &h); },
+           {vcon, SGD_SMS4_ECB, arg(&b.eccPub), arg(buf), 16}},
           {"SKF_GenerateAgreementDataAndKeyWithECC",
            [&] {
-             return SKF_GenerateAgreementDataAndKeyWithECC(c, SGD_SMS4_ECB, &eccPub, &eccPub, &eccPub, buf, 16,
+             return SKF_GenerateAgreementDataAndKeyWithECC(c, SGD_SMS4_ECB, &b.eccPub, &b.eccPub, &b.eccPub, buf, 16,
                                                            buf + 16, 16, &h);
            },
-           {vcon, SGD_SMS4_ECB, arg(&eccPub), arg(&eccPub), arg(&eccPub), arg(buf), 16, arg(buf + 16), 16, arg(&h)}},
+           {vcon, SGD_SMS4_ECB, arg(&b.eccPub), arg(&b.eccPub), arg(&b.eccPub), arg(buf), 16, arg(buf + 16), 16}},
       },
       0x0B000900);
 }

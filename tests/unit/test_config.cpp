@@ -13,8 +13,8 @@ namespace {
 TEST(Config, EntryDefaults) {
   VorelSKFConfig config;
   ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":3}]})"));
-  ASSERT_EQ(config.devices().size(), 1u);
-  const DeviceConfig& d = config.devices()[0];
+  ASSERT_EQ(config.devices()->size(), 1u);
+  const DeviceConfig& d = (*config.devices())[0];
   EXPECT_EQ(d.type, 3);
   EXPECT_EQ(d.name, "");
   EXPECT_EQ(d.dllpath, "");
@@ -28,23 +28,23 @@ TEST(Config, FullEntryInOrder) {
   ASSERT_TRUE(config.LoadWithContent(R"({"devices":[
       {"name":"A","type":2,"dllpath":"a.dll","isskf":true,"useMasterFile":false,"pidvids":["VID_096E&PID_0702","x"]},
       {"name":"B","type":5}]})"));
-  ASSERT_EQ(config.devices().size(), 2u);
-  const DeviceConfig& a = config.devices()[0];
+  ASSERT_EQ(config.devices()->size(), 2u);
+  const DeviceConfig& a = (*config.devices())[0];
   EXPECT_EQ(a.name, "A");
   EXPECT_EQ(a.type, 2);
   EXPECT_EQ(a.dllpath, "a.dll");
   EXPECT_TRUE(a.isskf);
   EXPECT_FALSE(a.useMasterFile);
   EXPECT_EQ(a.pidvids, (std::vector<std::string>{"VID_096E&PID_0702", "x"}));
-  EXPECT_EQ(config.devices()[1].name, "B");
-  EXPECT_EQ(config.find(5), &config.devices()[1]);
+  EXPECT_EQ((*config.devices())[1].name, "B");
+  EXPECT_EQ(config.find(5).get(), &(*config.devices())[1]);
   EXPECT_EQ(config.find(7), nullptr);
 }
 
 TEST(Config, DocumentWithoutDevicesHasNoTypes) {
   VorelSKFConfig config;
   ASSERT_TRUE(config.LoadWithContent(R"({"other":1})"));
-  EXPECT_TRUE(config.devices().empty());
+  EXPECT_TRUE(config.devices()->empty());
 }
 
 struct ConversionCase {
@@ -85,8 +85,8 @@ TEST(Config, ValuesOfOtherTypesConvertOrFail) {
     std::string doc = std::string(R"({"devices":[)") + c.entry + "]}";
     ASSERT_EQ(config.LoadWithContent(doc.c_str()), c.loads) << c.entry;
     if (c.loads) {
-      ASSERT_EQ(config.devices().size(), 1u);
-      c.check(config.devices()[0]);
+      ASSERT_EQ(config.devices()->size(), 1u);
+      c.check((*config.devices())[0]);
     }
   }
 }
@@ -123,10 +123,10 @@ TEST(Config, FailedReloadKeepsTheEntriesSuccessfulOneReplacesThem) {
   ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":1},{"type":2}]})"));
   EXPECT_FALSE(config.LoadWithContent("not json"));
   EXPECT_FALSE(config.LoadWithContent(R"({"devices":[{"type":"x"}]})"));
-  EXPECT_EQ(config.devices().size(), 2u);
+  EXPECT_EQ(config.devices()->size(), 2u);
   ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":9}]})"));
-  ASSERT_EQ(config.devices().size(), 1u);
-  EXPECT_EQ(config.devices()[0].type, 9);
+  ASSERT_EQ(config.devices()->size(), 1u);
+  EXPECT_EQ((*config.devices())[0].type, 9);
 }
 
 TEST(Config, FirstLoadableLocationWins) {
@@ -135,13 +135,13 @@ TEST(Config, FirstLoadableLocationWins) {
   testsupport::write_file(dir + "second.json", R"({"devices":[{"type":22}]})");
   VorelSKFConfig config;
   ASSERT_TRUE(config.LoadFirst({dir + "first.json", dir + "second.json"}));
-  EXPECT_EQ(config.devices()[0].type, 11);
+  EXPECT_EQ((*config.devices())[0].type, 11);
   VorelSKFConfig fallback;
   ASSERT_TRUE(fallback.LoadFirst({dir + "missing.json", dir + "second.json"}));
-  EXPECT_EQ(fallback.devices()[0].type, 22);
+  EXPECT_EQ((*fallback.devices())[0].type, 22);
   VorelSKFConfig none;
   EXPECT_FALSE(none.LoadFirst({dir + "missing.json"}));
-  EXPECT_TRUE(none.devices().empty());
+  EXPECT_TRUE(none.devices()->empty());
 }
 
 TEST(Config, CurrentFolderFileComesFirst) {

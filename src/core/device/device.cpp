@@ -108,7 +108,7 @@ ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& 
   UniquePtr<char> serial(raw);
   copy_text(record->name, sizeof record->name, serial.get());
   record->cryptoDevice = std::move(device);
-  if (const DeviceConfig* config = GetVorelSKFConfig().find(type)) {
+  if (auto config = GetVorelSKFConfig().find(type)) {
     if (config->hasDevAuthKey) {
       std::memcpy(record->auth.key, config->devAuthKey.data(), sizeof record->auth.key);
       record->auth.keySet = true;
@@ -119,10 +119,13 @@ ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& 
 }
 
 ULONG disconnect(const ExportCall& call, const std::shared_ptr<DeviceRecord>& device, DEVHANDLE handle) {
+  std::shared_ptr<DeviceLock> lock;
   {
     std::lock_guard<std::mutex> guard(device->infoMutex);
-    device->lock.reset();
+    lock.swap(device->lock);
   }
+  // A thread waiting for the lock would otherwise wait for a holder that can no longer let go.
+  if (lock) lock->abandon();
   if (!device->vendorDevice) {
     retire(handle);
     return SAR_OK;
@@ -236,7 +239,10 @@ std::shared_ptr<DeviceLock> lock_of(const ExportCall& call, DeviceRecord& device
 ULONG lock_device(const ExportCall& call, DeviceRecord& device) {
   std::shared_ptr<DeviceLock> lock = lock_of(call, device);
   if (!lock) return SAR_FAIL;
-  lock->enter();
+  if (!lock->enter()) {
+    VLOG_ERROR(call.name(), "the device was disconnected while this call waited for its lock");
+    return SAR_INVALIDHANDLEERR;
+  }
   return SAR_OK;
 }
 

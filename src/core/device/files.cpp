@@ -32,7 +32,7 @@ FileRoute route_of(const ExportCall& call, const ApplicationRecord& app) {
   FileRoute route;
   int32_t type = static_cast<int32_t>(app.type);
   route.dll = vendor_module(type);
-  const DeviceConfig* config = GetVorelSKFConfig().find(type);
+  auto config = GetVorelSKFConfig().find(type);
   bool master = config && config->useMasterFile;
   if (!master) {
     if (!route.dll) {

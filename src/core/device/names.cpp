@@ -138,7 +138,8 @@ void GetDeviceNameFromVorelCrypto(int32_t type, NameList& names) {
 
 ULONG GetDeviceNamesFromKey(LPSTR szNameList, ULONG* pulSize) {
   NameList combined("GetDeviceNamesFromKey", kCombinedListSize);
-  for (const DeviceConfig& d : GetVorelSKFConfig().devices()) {
+  auto devices = GetVorelSKFConfig().devices();
+  for (const DeviceConfig& d : *devices) {
     NameList one(d.isskf ? "GetDeviceNameFromSKF" : "GetDeviceNameFromVorelCrypto", kDeviceListSize);
     if (d.isskf)
       GetDeviceNameFromSKF(d, one);
@@ -154,7 +155,8 @@ ULONG GetDeviceNamesFromKey(LPSTR szNameList, ULONG* pulSize) {
 
 ULONG GetDeviceNamesFromConfig(LPSTR szNameList, ULONG* pulSize) {
   NameList names("GetDeviceNamesFromConfig", kCombinedListSize);
-  for (const DeviceConfig& d : GetVorelSKFConfig().devices())
+  auto devices = GetVorelSKFConfig().devices();
+  for (const DeviceConfig& d : *devices)
     if (!names.add(d.type, "?", 1)) break;
   // Deliberately lenient: a buffer one byte short of the reported size is accepted.
   return put_bytes(names.data(), names.length(), szNameList, pulSize, 1);
