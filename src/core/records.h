@@ -23,9 +23,8 @@ namespace vorel {
 
 enum class RecordKind : uint32_t { Device = 1, Application = 2, Container = 3, Handle = 4 };
 
-// Generic handle kinds and the payload each carries on the crypto-library route. Agreement
-// handles exist only on the vendor route and carry nothing but the vendor's handle.
-enum HandleKind : uint32_t { kSessionKey = 1, kHash = 2, kMac = 4, kAgreement = 8 };
+// Generic handle kinds and the payload each carries on the crypto-library route.
+enum HandleKind : uint32_t { kSessionKey = 1, kHash = 2, kMac = 4 };
 
 // A lock that one thread owns at a time and may take again; only the owner releases it.
 class DeviceLock {

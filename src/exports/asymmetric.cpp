@@ -321,11 +321,10 @@ ULONG DEVAPI SKF_GenerateAgreementDataWithECC(HCONTAINER hContainer, ULONG ulAlg
                              call.pointer("phAgreementHandle", phAgreementHandle));
     auto container = find_record<ContainerRecord>(hContainer);
     if (!container) return call.invalid_handle("hContainer");
-    int32_t type = static_cast<int32_t>(container->type);
-    if (auto dll = vendor_module(type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_GenerateAgreementDataWithECC, type, kAgreement,
-                                            hContainer, phAgreementHandle, container->vendorContainer, ulAlgId,
-                                            pTempECCPubKeyBlob, pbID, ulIDLen));
+    // The vendor's agreement handle goes to the caller as the vendor gave it.
+    if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
+      return call.forward(*dll, &SkfDll::SKF_GenerateAgreementDataWithECC, container->vendorContainer, ulAlgId,
+                          pTempECCPubKeyBlob, pbID, ulIDLen, phAgreementHandle);
     return call.not_emulated();
   });
 }
@@ -347,36 +346,18 @@ ULONG DEVAPI SKF_GenerateAgreementDataAndKeyWithECC(HANDLE hContainer, ULONG ulA
                              call.pointer("phKeyHandle", phKeyHandle));
     auto container = find_record<ContainerRecord>(hContainer);
     if (!container) return call.invalid_handle("hContainer");
-    int32_t type = static_cast<int32_t>(container->type);
-    if (auto dll = vendor_module(type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_GenerateAgreementDataAndKeyWithECC, type,
-                                            kSessionKey, hContainer, phKeyHandle, container->vendorContainer, ulAlgId,
-                                            pSponsorECCPubKeyBlob, pSponsorTempECCPubKeyBlob, pTempECCPubKeyBlob, pbID,
-                                            ulIDLen, pbSponsorID, ulSponsorIDLen));
+    // The vendor's key handle goes to the caller as the vendor gave it.
+    if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
+      return call.forward(*dll, &SkfDll::SKF_GenerateAgreementDataAndKeyWithECC, container->vendorContainer, ulAlgId,
+                          pSponsorECCPubKeyBlob, pSponsorTempECCPubKeyBlob, pTempECCPubKeyBlob, pbID, ulIDLen,
+                          pbSponsorID, ulSponsorIDLen, phKeyHandle);
     return call.not_emulated();
   });
 }
 
-// The sponsor's second agreement step, with the agreement handle its first step made: only vendors
-// make agreement handles, so emulated devices never get this far.
-ULONG DEVAPI SKF_GenerateKeyWithECC(HANDLE hAgreementHandle, ECCPUBLICKEYBLOB* pECCPubKeyBlob,
-                                    ECCPUBLICKEYBLOB* pTempECCPubKeyBlob, BYTE* pbID, ULONG ulIDLen,
-                                    HANDLE* phKeyHandle) {
-  return run_export("SKF_GenerateKeyWithECC", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hAgreementHandle", hAgreementHandle) &&
-                             call.bytes("(unsigned char*)pECCPubKeyBlob", pECCPubKeyBlob, "sizeof(*pECCPubKeyBlob)",
-                                        sizeof(ECCPUBLICKEYBLOB)) &&
-                             call.bytes("(unsigned char*)pTempECCPubKeyBlob", pTempECCPubKeyBlob,
-                                        "sizeof(*pTempECCPubKeyBlob)", sizeof(ECCPUBLICKEYBLOB)) &&
-                             call.bytes("pbID", pbID, "ulIDLen", ulIDLen) && call.pointer("phKeyHandle", phKeyHandle));
-    std::shared_ptr<HandleRecord> agreement;
-    if (ULONG refused = find_handle(call, hAgreementHandle, "hAgreementHandle", kAgreement, agreement)) return refused;
-    if (auto dll = vendor_module(agreement->type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_GenerateKeyWithECC, agreement->type, kSessionKey,
-                                            agreement->parent, phKeyHandle, agreement->vendorHandle, pECCPubKeyBlob,
-                                            pTempECCPubKeyBlob, pbID, ulIDLen));
-    return call.not_emulated();
-  });
+// The sponsor's second agreement step is offered on neither route.
+ULONG DEVAPI SKF_GenerateKeyWithECC(HANDLE, ECCPUBLICKEYBLOB*, ECCPUBLICKEYBLOB*, BYTE*, ULONG, HANDLE*) {
+  return run_export("SKF_GenerateKeyWithECC", [&](ExportCall& call) -> ULONG { return call.not_emulated(); });
 }
 
 }  // extern "C"

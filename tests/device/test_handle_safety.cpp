@@ -18,11 +18,11 @@
 namespace device {
 namespace {
 
-// What an export looks up first. Agreement handles exist only on the vendor route.
-enum Kind { kDevice, kApplication, kContainer, kKey, kHash, kMac, kAgreement, kKinds, kAnyGeneric, kNone };
-const char* const kKindNames[kKinds] = {"device", "application", "container", "session key", "hash", "MAC", "agreement"};
+// What an export looks up first.
+enum Kind { kDevice, kApplication, kContainer, kKey, kHash, kMac, kKinds, kAnyGeneric, kNone };
+const char* const kKindNames[kKinds] = {"device", "application", "container", "session key", "hash", "MAC"};
 
-bool generic(int kind) { return kind == kKey || kind == kHash || kind == kMac || kind == kAgreement; }
+bool generic(int kind) { return kind == kKey || kind == kHash || kind == kMac; }
 
 struct Row {
   const char* name;
@@ -39,7 +39,7 @@ struct Bad {
 };
 
 // The answer an export gives a handle that is not a live one of its kind: a live generic handle
-// (session key, hash, MAC, agreement) of another generic kind is SAR_FAIL, anything else
+// (session key, hash, MAC) of another generic kind is SAR_FAIL, anything else
 // SAR_INVALIDHANDLEERR (docs/handles.md).
 ULONG expected(const Row& row, const Bad& bad) {
   if (row.slot == kNone) return row.fixed;
@@ -147,8 +147,8 @@ std::vector<Row> every_export(Args& x) {
          return SKF_GenerateAgreementDataAndKeyWithECC(h, SGD_SMS4_ECB, &x.eccPub, &x.eccPub, &x.eccPub, x.in, 16,
                                                        x.in, 16, &x.made);
        }},
-      {"SKF_GenerateKeyWithECC", kAgreement,
-       [&](HANDLE h) { return SKF_GenerateKeyWithECC(h, &x.eccPub, &x.eccPub, x.in, 16, &x.made); }},
+      {"SKF_GenerateKeyWithECC", kNone,
+       [&](HANDLE h) { return SKF_GenerateKeyWithECC(h, &x.eccPub, &x.eccPub, x.in, 16, &x.made); }, SAR_NOT_EMULATED},
       {"SKF_ExportPublicKey", kContainer, [&](HANDLE h) { return SKF_ExportPublicKey(h, TRUE, x.out, x.room()); }},
       {"SKF_RSADecrypt", kContainer, [&](HANDLE h) { return SKF_RSADecrypt(h, FALSE, x.in, 128, x.out, x.room()); }},
       {"SKF_ECCDecrypt", kContainer, [&](HANDLE h) { return SKF_ECCDecrypt(h, FALSE, x.ct(), x.out, x.room()); }},
@@ -181,7 +181,7 @@ std::vector<Row> every_export(Args& x) {
   };
 }
 
-// One live handle of each kind. Agreement handles exist only on the vendor route.
+// One live handle of each kind.
 struct HandleSet {
   HANDLE h[kKinds] = {};
 };
@@ -208,12 +208,6 @@ class HandleSafety : public DeviceTest {
     BLOCKCIPHERPARAM param{};
     param.IVLen = 16;
     EXPECT_EQ(SKF_MacInit(s.h[kKey], &param, &s.h[kMac]), kOk);
-    if (vendor) {
-      ECCPUBLICKEYBLOB pub{};
-      BYTE id[16] = {};
-      EXPECT_EQ(SKF_GenerateAgreementDataWithECC(s.h[kContainer], SGD_SMS4_ECB, &pub, id, 16, &s.h[kAgreement]),
-                kOk);
-    }
     return s;
   }
 
@@ -221,7 +215,7 @@ class HandleSafety : public DeviceTest {
   std::vector<Bad> closed_handles(bool vendor) {
     std::vector<Bad> closed;
     HandleSet direct = open_set(vendor), parent = open_set(vendor);
-    for (int k = kAgreement; k >= kDevice; --k) {
+    for (int k = kMac; k >= kDevice; --k) {
       if (!direct.h[k]) continue;
       ULONG rc = k == kDevice ? SKF_DisConnectDev(direct.h[k])
                  : k == kApplication ? SKF_CloseApplication(direct.h[k])
@@ -360,7 +354,6 @@ TEST_F(HandleSafety, EveryRowGetsAsFarAsItsHandleCheck) {
       }
       HandleSet s = open_set(vendor);
       int kind = row.slot == kAnyGeneric ? kHash : row.slot;
-      if (!s.h[kind]) continue;  // no agreement handles on emulated devices
       ULONG rc = row.call(s.h[kind]);
       EXPECT_NE(rc, static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << row.name << (vendor ? " (vendor)" : "");
       if (row.slot == kDevice && std::strcmp(row.name, "SKF_LockDev") == 0) SKF_UnlockDev(s.h[kDevice]);

@@ -136,12 +136,15 @@ TEST(Validation, SilentAtLevelZeroButStillRefused) {
   EXPECT_EQ(log.since(), "");
 }
 
-TEST(Validation, EventExportsAnswerNotEmulatedWithoutChecks) {
+TEST(Validation, EventAndKeyAgreementStepAnswerNotEmulatedWithoutChecks) {
   auto log = unit::log_file();
   EXPECT_EQ(SKF_WaitForDevEvent(nullptr, nullptr, nullptr), static_cast<ULONG>(SAR_NOT_EMULATED));
   EXPECT_EQ(SKF_CancelWaitForDevEvent(), static_cast<ULONG>(SAR_NOT_EMULATED));
+  EXPECT_EQ(SKF_GenerateKeyWithECC(nullptr, nullptr, nullptr, nullptr, 0, nullptr),
+            static_cast<ULONG>(SAR_NOT_EMULATED));
   std::string text = log.since();
   EXPECT_NE(text.find("[SKF_WaitForDevEvent] SKF_WaitForDevEvent return: 0x0a000034"), std::string::npos);
+  EXPECT_NE(text.find("[SKF_GenerateKeyWithECC] SKF_GenerateKeyWithECC return: 0x0a000034"), std::string::npos);
   EXPECT_EQ(text.find("invalid pointer"), std::string::npos);
 }
 
