@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "core/log.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel {
 
@@ -173,6 +174,8 @@ bool VorelSKFConfig::LoadFirst(const std::vector<std::string>& paths) {
   return false;
 }
 
+void VorelSKFConfig::clear() { std::vector<DeviceConfig>().swap(devices_); }
+
 const DeviceConfig* VorelSKFConfig::find(int32_t type) const {
   for (const DeviceConfig& d : devices_) {
     if (d.type == type) return &d;
@@ -191,7 +194,7 @@ const std::vector<std::string>& default_config_paths() {
 
 VorelSKFConfig& GetVorelSKFConfig() {
   // Never destroyed: the library's unload may still consult it after static destruction.
-  static VorelSKFConfig* config = new VorelSKFConfig();
+  static VorelSKFConfig* config = &resident<VorelSKFConfig>();
   static std::once_flag once;
   std::call_once(once, [] { config->LoadFirst(default_config_paths()); });
   return *config;

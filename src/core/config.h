@@ -27,6 +27,8 @@ class VorelSKFConfig {
   bool LoadWithContent(const char* content);
   // Loads the first of the paths that loads; false when none does.
   bool LoadFirst(const std::vector<std::string>& paths);
+  // Forgets every entry and frees them, for the library's unload.
+  void clear();
 
   const std::vector<DeviceConfig>& devices() const { return devices_; }
   // The entry of a device type, or nullptr.

@@ -191,8 +191,7 @@ class RecordArena {
 
 RecordArena& arena() {
   // Never destroyed: records may be released during process teardown.
-  static RecordArena* a = new RecordArena();
-  return *a;
+  return resident<RecordArena>();
 }
 
 struct Registry {
@@ -232,10 +231,7 @@ struct Registry {
   }
 };
 
-Registry& registry() {
-  static Registry* r = new Registry();
-  return *r;
-}
+Registry& registry() { return resident<Registry>(); }
 
 }  // namespace
 
