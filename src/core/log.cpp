@@ -43,7 +43,8 @@ char* copy_text(const char* text) {
 }
 
 // The path decision: the variable names the file itself; otherwise, or when it cannot be
-// opened, the temp folder's file. Neither opening: the line is lost, the next one tries again.
+// opened, the temp folder's file, which others may have planted something at. Neither opening:
+// the line is lost, the next one tries again.
 FILE* open_log() {
   if (!g_env_looked_up) {
     const char* value = platform::env_get("VOREL_SKF_LOG_PATH");
@@ -56,8 +57,8 @@ FILE* open_log() {
     g_fallback_built = true;
   }
   FILE* file = nullptr;
-  if (g_env_path) file = std::fopen(g_env_path, "a");
-  if (!file && g_fallback_path) file = std::fopen(g_fallback_path, "a");
+  if (g_env_path) file = platform::open_log_file(g_env_path, false);
+  if (!file && g_fallback_path) file = platform::open_log_file(g_fallback_path, true);
   return file;
 }
 

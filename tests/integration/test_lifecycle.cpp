@@ -1,6 +1,13 @@
 // Loading and unloading the built library in fresh processes.
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include "support.h"
 
 using testsupport::count;
@@ -90,5 +97,86 @@ TEST(Lifecycle, NoOpenableLogLosesLinesQuietly) {
   ScopedEnv tempvar("TEMP", gone.c_str());
   EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
 }
+
+// The log holds what DEBUG dumps, so whatever the library creates is its owner's alone, and in
+// the temporary folder, where others may plant files, it writes only a plain file of its own.
+#ifndef _WIN32
+unsigned mode_of(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 ? static_cast<unsigned>(st.st_mode & 07777) : 0;
+}
+
+TEST(LogFile, ANewLogFileIsItsOwnersAloneWhateverTheUmask) {
+  std::string named = testsupport::make_temp_dir("log") + "named.log";
+  std::string tmp = testsupport::make_temp_dir("tmp");
+  mode_t old = umask(0);
+  {
+    ScopedEnv path("VOREL_SKF_LOG_PATH", named.c_str());
+    EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+  }
+  {
+    ScopedEnv path("VOREL_SKF_LOG_PATH", nullptr);
+    ScopedEnv tmpdir("TMPDIR", tmp.c_str());
+    EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+  }
+  umask(old);
+  for (const std::string& log : {named, tmp + "vorelskf.log"}) {
+    EXPECT_NE(testsupport::read_file(log).find("Version : 1.1.2.4"), std::string::npos) << log;
+    EXPECT_EQ(mode_of(log), 0600u) << log;
+  }
+}
+
+TEST(LogFile, WhatOthersPlantAtTheTemporaryFolderPathIsNeitherWrittenNorWaitedFor) {
+  const struct {
+    const char* what;
+    std::function<int(const std::string& at, const std::string& victim)> plant;
+    bool asRoot = false;  // needs another owner, which only root can give
+  } cases[] = {
+      {"a symbolic link", [](const std::string& at, const std::string& v) { return symlink(v.c_str(), at.c_str()); }},
+      {"a hard link", [](const std::string& at, const std::string& v) { return link(v.c_str(), at.c_str()); }},
+      {"a named pipe nobody reads", [](const std::string& at, const std::string&) { return mkfifo(at.c_str(), 0666); }},
+      {"another user's file",
+       [](const std::string& at, const std::string&) {
+         testsupport::write_file(at, "");
+         return chown(at.c_str(), 65534, 65534);
+       },
+       true},
+  };
+  ScopedEnv path("VOREL_SKF_LOG_PATH", nullptr);
+  for (const auto& c : cases) {
+    if (c.asRoot && geteuid() != 0) continue;
+    std::string tmp = testsupport::make_temp_dir("tmp"), at = tmp + "vorelskf.log";
+    std::string victim = testsupport::make_temp_dir("victim") + "target";
+    testsupport::write_file(victim, "");
+    ASSERT_EQ(c.plant(at, victim), 0) << c.what;
+    ScopedEnv tmpdir("TMPDIR", tmp.c_str());
+    // The library must not wait for a reader: a hung probe is ended after 30 seconds.
+    EXPECT_EQ(testsupport::run_process("/usr/bin/timeout", {"30", probe(), library(), "-"}), 0) << c.what;
+    EXPECT_EQ(testsupport::read_file(victim), "") << c.what;
+    struct stat st;
+    if (lstat(at.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+      EXPECT_EQ(testsupport::read_file(at), "") << c.what;
+    }
+  }
+}
+
+TEST(LogFile, AnEarlierLogOfOursThatOthersCouldReadIsNarrowedThenWritten) {
+  std::string tmp = testsupport::make_temp_dir("tmp"), at = tmp + "vorelskf.log";
+  testsupport::write_file(at, "earlier\n");
+  ASSERT_EQ(chmod(at.c_str(), 0644), 0);
+  ScopedEnv path("VOREL_SKF_LOG_PATH", nullptr);
+  ScopedEnv tmpdir("TMPDIR", tmp.c_str());
+  ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+  std::string text = testsupport::read_file(at);
+  EXPECT_EQ(text.rfind("earlier\n", 0), 0u);
+  EXPECT_NE(text.find("Version : 1.1.2.4"), std::string::npos);
+  EXPECT_EQ(mode_of(at), 0600u);
+}
+#else
+TEST(LogFile, PermissionsAndPlantedLinksArePosixMatters) {
+  GTEST_SKIP() << "Windows has no mode bits; the log takes the access list of the user's temporary folder, and "
+                  "Wine cannot make the Windows links a planted-link test needs";
+}
+#endif
 
 }  // namespace

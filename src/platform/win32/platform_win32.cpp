@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 #include <algorithm>
@@ -30,6 +32,27 @@ std::string temp_dir() {
 }
 
 const char* log_file_suffix() { return "\\vorelskf.log"; }
+
+std::FILE* open_log_file(const char* path, bool shared) {
+  // Appends by the system, whoever else writes the file. In the shared folder a symbolic link or
+  // junction is opened itself, not followed, and then refused.
+  DWORD flags = FILE_ATTRIBUTE_NORMAL | (shared ? FILE_FLAG_OPEN_REPARSE_POINT : 0);
+  HANDLE h = CreateFileA(path, FILE_APPEND_DATA | SYNCHRONIZE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                         nullptr, OPEN_ALWAYS, flags, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return nullptr;
+  BY_HANDLE_FILE_INFORMATION info;
+  bool usable = !shared || (GetFileInformationByHandle(h, &info) &&
+                            !(info.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) &&
+                            info.nNumberOfLinks == 1);
+  int fd = usable ? _open_osfhandle(reinterpret_cast<intptr_t>(h), _O_APPEND | _O_TEXT) : -1;
+  if (fd < 0) {
+    CloseHandle(h);
+    return nullptr;
+  }
+  std::FILE* file = _fdopen(fd, "a");
+  if (!file) _close(fd);  // closes the handle too
+  return file;
+}
 
 LocalTime local_time() {
   SYSTEMTIME st;
