@@ -38,6 +38,8 @@ LocalTime local_time();
 
 long process_id();
 long thread_id();
+// The running program's file; empty when the system does not say.
+std::string program_path();
 
 // Environment, as the C runtime sees it.
 const char* env_get(const char* name);

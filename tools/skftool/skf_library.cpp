@@ -5,12 +5,6 @@
 
 #include "platform/platform.h"
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
-
 namespace skftool {
 
 namespace {
@@ -108,15 +102,10 @@ SkfLibrary::~SkfLibrary() { vorel::platform::dso_close(module_); }
 bool SkfLibrary::has(const char* name) const { return vorel::platform::dso_symbol(module_, name) != nullptr; }
 
 std::string default_library() {
+  std::string path = vorel::platform::program_path();
 #ifdef _WIN32
-  char self[MAX_PATH];
-  DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
-  std::string path(self, n < sizeof self ? n : 0);
   const char* file = "vorelskf.dll";
 #else
-  char self[4096];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  std::string path(self, n > 0 ? static_cast<std::size_t>(n) : 0);
   const char* file = "libvorelskf.so";
 #endif
   std::size_t slash = path.find_last_of("/\\");

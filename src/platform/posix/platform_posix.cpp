@@ -97,6 +97,13 @@ long process_id() { return static_cast<long>(getpid()); }
 
 long thread_id() { return static_cast<long>(syscall(SYS_gettid)); }
 
+std::string program_path() {
+  char self[4096];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self);
+  return n > 0 && static_cast<std::size_t>(n) < sizeof self ? std::string(self, static_cast<std::size_t>(n))
+                                                              : std::string();
+}
+
 const char* env_get(const char* name) { return std::getenv(name); }
 
 }  // namespace vorel::platform

@@ -64,6 +64,12 @@ long process_id() { return static_cast<long>(GetCurrentProcessId()); }
 
 long thread_id() { return static_cast<long>(GetCurrentThreadId()); }
 
+std::string program_path() {
+  char self[MAX_PATH];
+  DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
+  return n > 0 && n < sizeof self ? std::string(self, n) : std::string();
+}
+
 const char* env_get(const char* name) { return std::getenv(name); }
 
 }  // namespace vorel::platform
