@@ -167,7 +167,10 @@ bool write_all(int fd, const char* p, std::size_t len) {
 
 bool write_file_atomic(const std::string& path, const void* data, std::size_t len) {
   std::string tmp = path + ".tmp" + std::to_string(getpid());
-  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  // A file of our own, new: whatever sits at the name (a leftover, or a link someone planted in a
+  // folder others may write) is removed, not written through, and lends the file no mode.
+  unlink(tmp.c_str());
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return false;
   bool ok = write_all(fd, static_cast<const char*>(data), len) && fsync(fd) == 0;
   ok = close(fd) == 0 && ok;
