@@ -3,18 +3,10 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "pseudo.h"
 #include "vorel/vorel_crypto.h"
 
 namespace {
-
-[[maybe_unused]] VOREL_DEVICE* pseudo() {
-  static VOREL_DEVICE* device = [] {
-    VOREL_DEVICE* d = nullptr;
-    VorelPKICryptoGetPseudoDevice(&d);
-    return d;
-  }();
-  return device;
-}
 
 void run(const unsigned char* p, std::size_t n) {
   unsigned char *a = nullptr, *b = nullptr;

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang and runs each for a while (seconds: $1, default 10),
-# seeded with the keys, signatures and certificates of the test data, and the token file reader
-# with token files made by token_seeds. Exits non-zero on a finding.
+# seeded with the keys, signatures and certificates of the test data, the token file reader with
+# token files made by token_seeds, and the SKF library's readers with what skf_seeds makes.
+# Prints the runs of each target; exits non-zero on a finding.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-10}"
@@ -14,18 +15,20 @@ cmake --build $build -j"$(nproc)" --target fuzz
 seeds=$build/seeds
 mkdir -p $seeds
 bash tests/data/make-test-data.sh $seeds >/dev/null
-rm -rf $seeds/tokens
+rm -rf $seeds/tokens $seeds/skf
 $build/bin/token_seeds $seeds/tokens $seeds/sm2.key.der $seeds/sm2.crt.der
-export LSAN_OPTIONS="suppressions=$PWD/fuzz/lsan.supp"
+mkdir -p $seeds/skf
+$build/bin/skf_seeds $seeds/skf
+export LSAN_OPTIONS="suppressions=$PWD/scripts/lsan.supp"
 for target in $build/bin/fuzz_*; do
   name=$(basename "$target")
   corpus=$build/corpus/$name
   mkdir -p "$corpus"
-  if [ "$name" = fuzz_token ]; then
-    cp $seeds/tokens/*.token "$corpus"/
-  else
-    cp $seeds/*.der $seeds/*.sig "$corpus"/
-  fi
+  case "$name" in
+    fuzz_token) cp $seeds/tokens/*.token "$corpus"/ ;;
+    fuzz_device_names | fuzz_config | fuzz_master_file | fuzz_blobs) cp $seeds/skf/"$name"/* "$corpus"/ ;;
+    *) cp $seeds/*.der $seeds/*.sig "$corpus"/ ;;
+  esac
   # libksba reports every malformed certificate on stderr; keep only libFuzzer's summary.
   if ! "$target" -max_total_time="$seconds" -rss_limit_mb=2048 -print_final_stats=0 "$corpus" \
        >$build/$name.log 2>&1; then

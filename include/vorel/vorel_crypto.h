@@ -164,6 +164,11 @@ void VorelPKICryptoFreeMemory(void* ptr);
 
 /* ---- Devices ---- */
 
+/* Releases what the library keeps for the whole process: every token's login state (wiping
+ * its keys) and the implementation's context. For the unloading of a module that holds the
+ * library: no object of the library may be used after it, and a later call sets the library up
+ * afresh. */
+void VorelPKICryptoCleanup(void);
 /* The process-wide pseudo device. Each call returns a new reference. */
 int VorelPKICryptoGetPseudoDevice(VOREL_DEVICE** device);
 /* Another reference to the same device. */

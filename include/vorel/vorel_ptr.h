@@ -1,7 +1,9 @@
-// Owners for vorelcrypto objects in C++: one deleter line per type, one UniquePtr for all.
+// Owners for vorelcrypto objects in C++: one deleter line per type, one UniquePtr for all; and
+// the holder of the process-wide objects of a module.
 #pragma once
 
 #include <memory>
+#include <new>
 
 #include "vorel/vorel_crypto.h"
 
@@ -28,5 +30,15 @@ VOREL_MAKE_FREE(unsigned char, VorelPKICryptoFreeMemory)
 
 template <class T>
 using UniquePtr = std::unique_ptr<T, Free<T>>;
+
+// The module's one object of type T (one use per type), made on first use and never destroyed,
+// so that calls during static destruction still find it. It lives in static storage: a module
+// that unloads leaves no heap block of it behind, only what its owner did not release.
+template <class T>
+T& resident() {
+  alignas(T) static unsigned char storage[sizeof(T)];
+  static T* object = new (storage) T();
+  return *object;
+}
 
 }  // namespace vorel

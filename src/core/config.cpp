@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "core/log.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel {
 
@@ -175,9 +176,16 @@ bool VorelSKFConfig::LoadFirst(const std::vector<std::string>& paths) {
   return false;
 }
 
-std::shared_ptr<const std::vector<DeviceConfig>> VorelSKFConfig::devices() const {
+void VorelSKFConfig::clear() {
   std::lock_guard<std::mutex> guard(mutex_);
-  return devices_;
+  devices_.reset();  // the configuration object itself outlives an unload
+}
+
+std::shared_ptr<const std::vector<DeviceConfig>> VorelSKFConfig::devices() const {
+  static const std::vector<DeviceConfig> none;
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (devices_) return devices_;
+  return std::shared_ptr<const std::vector<DeviceConfig>>(std::shared_ptr<void>(), &none);  // owns nothing
 }
 
 std::shared_ptr<const DeviceConfig> VorelSKFConfig::find(int32_t type) const {
@@ -199,7 +207,7 @@ const std::vector<std::string>& default_config_paths() {
 
 VorelSKFConfig& GetVorelSKFConfig() {
   // Never destroyed: the library's unload may still consult it after static destruction.
-  static VorelSKFConfig* config = new VorelSKFConfig();
+  static VorelSKFConfig* config = &resident<VorelSKFConfig>();
   static std::once_flag once;
   std::call_once(once, [] { config->LoadFirst(default_config_paths()); });
   return *config;

@@ -29,6 +29,8 @@ class VorelSKFConfig {
   bool LoadWithContent(const char* content);
   // Loads the first of the paths that loads; false when none does.
   bool LoadFirst(const std::vector<std::string>& paths);
+  // Forgets every entry and frees them, for the library's unload.
+  void clear();
 
   // The entries as loaded last. A load replaces them whole while other threads may still be
   // reading the ones they took, so a caller keeps what it was given for as long as it reads it.
@@ -39,7 +41,7 @@ class VorelSKFConfig {
  private:
   bool load(const std::string& text, const char* func, const char* parseFailFormat);
   mutable std::mutex mutex_;
-  std::shared_ptr<const std::vector<DeviceConfig>> devices_ = std::make_shared<const std::vector<DeviceConfig>>();
+  std::shared_ptr<const std::vector<DeviceConfig>> devices_;  // none loaded: null
 };
 
 // The process-wide configuration; the first call loads it from the default locations.

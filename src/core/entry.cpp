@@ -4,13 +4,15 @@
 #ifdef _WIN32
 #include <windows.h>
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved) {
   switch (reason) {
     case DLL_PROCESS_ATTACH:
       vorel::library_attach();
       break;
     case DLL_PROCESS_DETACH:
-      vorel::library_detach();
+      // At process exit the other threads are gone, perhaps holding our locks, and the system
+      // takes everything back: only an unload frees.
+      if (!reserved) vorel::library_detach();
       break;
     default:
       break;

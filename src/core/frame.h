@@ -40,6 +40,7 @@ class ExportCall {
   bool length(const char* name, ULONG value) const { return _is_valid_length(file_, line_, name, value); }
   bool id(const char* name, ULONG value) const { return _is_valid_id(file_, line_, name, value); }
   bool string(const char* name, const char* value) const { return _is_valid_string(file_, line_, name, value); }
+  bool secret(const char* name, const char* value) const { return _is_valid_secret(file_, line_, name, value); }
   bool bytes(const char* bytesName, const void* value, const char* lengthName, ULONG length) const {
     return _is_valid_bytes(file_, line_, bytesName, value, lengthName, length);
   }

@@ -1,5 +1,6 @@
 #include "core/lifecycle.h"
 
+#include "core/config.h"
 #include "core/frame.h"
 #include "core/log.h"
 #include "core/skf_dll/skf_dll.h"
@@ -23,10 +24,17 @@ void library_attach() {
   init_skf_set(GetSkfSet());
 }
 
+// Everything the library made for the process goes, so that an application loading and
+// unloading it again and again does not grow: vendor modules, entries, keys, the crypto
+// library's context and the log file, closed last.
 void library_detach() {
+  records_release();
   VorelPKICryptoFreeDevice(g_pseudo_device);
   g_pseudo_device = nullptr;
   free_skf_set(GetSkfSet());
+  GetVorelSKFConfig().clear();
+  VorelPKICryptoCleanup();
+  log_close();
 }
 
 }  // namespace vorel

@@ -12,7 +12,8 @@ namespace vorel {
 
 namespace {
 
-// Process-wide and never torn down: lines may still be written while the library unloads.
+// Process-wide until the library unloads (log_close); lines may be written until then. The
+// mutex guards all of them.
 FILE* g_file = nullptr;
 bool g_env_looked_up = false;
 char* g_env_path = nullptr;
@@ -42,7 +43,8 @@ char* copy_text(const char* text) {
 }
 
 // The path decision: the variable names the file itself; otherwise, or when it cannot be
-// opened, the temp folder's file. Neither opening: the line is lost, the next one tries again.
+// opened, the temp folder's file, which others may have planted something at. Neither opening:
+// the line is lost, the next one tries again.
 FILE* open_log() {
   if (!g_env_looked_up) {
     const char* value = platform::env_get("VOREL_SKF_LOG_PATH");
@@ -55,8 +57,8 @@ FILE* open_log() {
     g_fallback_built = true;
   }
   FILE* file = nullptr;
-  if (g_env_path) file = std::fopen(g_env_path, "a");
-  if (!file && g_fallback_path) file = std::fopen(g_fallback_path, "a");
+  if (g_env_path) file = platform::open_log_file(g_env_path, false);
+  if (!file && g_fallback_path) file = platform::open_log_file(g_fallback_path, true);
   return file;
 }
 
@@ -75,10 +77,6 @@ char* format_into(char* stack, std::size_t size, const char* fmt, va_list args) 
 }
 
 void write_line(const char* fmt, va_list args) {
-  if (!g_file) {
-    g_file = open_log();
-    if (!g_file) return;
-  }
   platform::LocalTime t = platform::local_time();
   char when[64];
   std::snprintf(when, sizeof when, "%d-%02d-%02d %02d:%02d:%02d:%03d", t.year, t.month, t.day, t.hour, t.minute,
@@ -88,13 +86,26 @@ void write_line(const char* fmt, va_list args) {
   if (!body) return;
   {
     std::lock_guard<std::mutex> guard(g_write_mutex);
-    std::fprintf(g_file, "%ld %ld %s %s\n", platform::process_id(), platform::thread_id(), when, body);
-    std::fflush(g_file);
+    if (!g_file) g_file = open_log();
+    if (g_file) {
+      std::fprintf(g_file, "%ld %ld %s %s\n", platform::process_id(), platform::thread_id(), when, body);
+      std::fflush(g_file);
+    }
   }
   if (body != stack) std::free(body);
 }
 
 }  // namespace
+
+void log_close() {
+  std::lock_guard<std::mutex> guard(g_write_mutex);
+  if (g_file) std::fclose(g_file);
+  g_file = nullptr;
+  std::free(g_env_path);
+  std::free(g_fallback_path);
+  g_env_path = g_fallback_path = nullptr;
+  g_env_looked_up = g_fallback_built = false;
+}
 
 bool log_enabled(LogLevel level) {
   const char* value = platform::env_get("VOREL_SKF_LOG_LEVEL");

@@ -11,6 +11,10 @@ enum class LogLevel { Error = 1, Warn = 2, Info = 3, Debug = 4 };
 // Reads VOREL_SKF_LOG_LEVEL afresh: unset enables all but DEBUG; 0 or text silences all.
 bool log_enabled(LogLevel level);
 
+// Closes the log file and forgets its path, for the library's unload (each load would otherwise
+// keep a descriptor open). A later line looks the path up and opens the file again.
+void log_close();
+
 // The writer: formats one line body and appends "<pid> <tid> <time> <body>\n" under the log mutex.
 void log_write(const char* fmt, ...)
 #if defined(__GNUC__)

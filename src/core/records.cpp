@@ -1,7 +1,7 @@
 #include "core/records.h"
 
 #include <cstring>
-#include <deque>
+#include <list>
 #include <unordered_map>
 #include <vector>
 
@@ -91,7 +91,7 @@ HandleRecord::~HandleRecord() {
 // Slots are handed out in address order within a page; a page whose slots were all handed out
 // and closed gives its memory back at once and joins a queue, from which it is taken again only
 // when kAddressCooling records were made since. Address space is reserved in chunks that stay
-// for the life of the process; only pages with live records hold memory.
+// until the library unloads; only pages with live records hold memory.
 
 namespace {
 
@@ -139,6 +139,24 @@ class RecordArena {
     return pages_.size();
   }
 
+  // At unload, when no record is left: the address space and the bookkeeping go back.
+  void release_all() {
+    std::lock_guard<std::mutex> guard(mutex_);
+    for (const auto& page : pages_) {
+      if (page.second.live) return;
+    }
+    for (char* chunk : chunks_) {
+#ifdef VOREL_ASAN
+      __lsan_unregister_root_region(chunk, chunkSize());
+#endif
+      platform::release_pages(chunk, chunkSize());
+    }
+    std::unordered_map<char*, PageState>().swap(pages_);
+    std::list<Cooling>().swap(cooling_);
+    std::vector<char*>().swap(chunks_);
+    current_ = nextFresh_ = chunkEnd_ = nullptr;
+  }
+
  private:
   char* page_of(char* p) const {
     return reinterpret_cast<char*>(reinterpret_cast<std::uintptr_t>(p) & ~(pageSize_ - 1));
@@ -165,10 +183,18 @@ class RecordArena {
     current_ = page;
   }
 
+  std::size_t chunkSize() const { return kChunkPages * pageSize_; }
+
   void reserve_chunk() {
-    std::size_t size = kChunkPages * pageSize_;
+    std::size_t size = chunkSize();
     auto* chunk = static_cast<char*>(platform::reserve_pages(size));
     if (!chunk) throw std::bad_alloc();
+    try {
+      chunks_.push_back(chunk);
+    } catch (const std::bad_alloc&) {
+      platform::release_pages(chunk, size);
+      throw;
+    }
 #ifdef VOREL_ASAN
     // Records hold the only references to what they own: the leak checker must look inside.
     __lsan_register_root_region(chunk, size);
@@ -192,7 +218,8 @@ class RecordArena {
   const std::size_t pageSize_ = platform::page_size();
   const uint32_t slotsPerPage_ = static_cast<uint32_t>(platform::page_size() / kRecordSlot);
   std::unordered_map<char*, PageState> pages_;  // committed pages
-  std::deque<Cooling> cooling_;
+  std::list<Cooling> cooling_;
+  std::vector<char*> chunks_;  // reserved address space
   char* current_ = nullptr;
   char* nextFresh_ = nullptr;
   char* chunkEnd_ = nullptr;
@@ -201,8 +228,7 @@ class RecordArena {
 
 RecordArena& arena() {
   // Never destroyed: records may be released during process teardown.
-  static RecordArena* a = new RecordArena();
-  return *a;
+  return resident<RecordArena>();
 }
 
 struct Registry {
@@ -242,10 +268,7 @@ struct Registry {
   }
 };
 
-Registry& registry() {
-  static Registry* r = new Registry();
-  return *r;
-}
+Registry& registry() { return resident<Registry>(); }
 
 }  // namespace
 
@@ -269,6 +292,19 @@ bool registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void>
     throw;
   }
   return true;
+}
+
+void records_release() {
+  Registry& r = registry();
+  std::unordered_map<const void*, Registry::Entry> live;
+  std::unordered_map<const void*, std::vector<const void*>> children;
+  {
+    std::lock_guard<std::mutex> guard(r.mutex);
+    live.swap(r.live);
+    children.swap(r.children);
+  }
+  live.clear();  // records destroyed outside the lock
+  arena().release_all();
 }
 
 std::shared_ptr<void> registry_find(const void* handle, RecordKind kind) {

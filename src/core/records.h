@@ -177,6 +177,8 @@ bool registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void>
 std::shared_ptr<void> registry_find(const void* handle, RecordKind kind);
 // Takes the record, and every record published under it, out of the registry.
 void registry_retire(const void* handle);
+// At unload: every handle the caller left open is closed and the record memory goes back.
+void records_release();
 
 // Makes the record reachable through its address, the caller's handle. A record published under
 // a parent is closed with it; false when the parent was closed meanwhile. Throws std::bad_alloc.

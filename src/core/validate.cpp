@@ -32,6 +32,14 @@ bool _is_valid_string(const char* file, const int& line, const char* name, const
   return false;
 }
 
+// Logged as the string check is, but for the value.
+bool _is_valid_secret(const char* file, const int& line, const char* name, const char* value) {
+  VLOG_DEBUG("_is_valid_string", "%-20s: %s", name, value ? "(not logged)" : "(null)");
+  if (value) return true;
+  VLOG_ERROR("_is_valid_string", "%s is an invalid value, at `%s:%d`", name, file, line);
+  return false;
+}
+
 bool _is_valid_bytes(const char* file, const int& line, const char* bytesName, const void* bytes,
                      const char* lengthName, uint32_t length) {
   if (log_enabled(LogLevel::Debug)) {

@@ -22,6 +22,9 @@ const char* name();
 
 // One-time initialisation of the implementation; false when it cannot be used.
 bool init();
+// Frees what init() made, for a module that unloads; no key or context of the implementation
+// may be used afterwards. The next use initialises it afresh.
+void cleanup();
 
 // Cryptographically strong random bytes; false on failure.
 bool random_bytes(unsigned char* out, std::size_t len);

@@ -200,6 +200,9 @@ bool init() {
   return ok;
 }
 
+// libgcrypt keeps its state for the process; nothing of it belongs to us.
+void cleanup() {}
+
 bool random_bytes(unsigned char* out, std::size_t len) {
   if (!init()) return false;
   gcry_randomize(out, len, GCRY_STRONG_RANDOM);

@@ -11,6 +11,7 @@
 #include <openssl/rand.h>
 #include <openssl/rsa.h>
 
+#include <atomic>
 #include <climits>
 #include <cstring>
 #include <functional>
@@ -33,6 +34,7 @@ namespace {
 
 struct Library {
   OSSL_LIB_CTX* ctx = nullptr;
+  OSSL_PROVIDER* providers[2] = {};  // default, legacy
   const EVP_MD* sm3 = nullptr;
   const EVP_MD* sha1 = nullptr;
   const EVP_MD* sha256 = nullptr;
@@ -58,29 +60,62 @@ EVP_PKEY* sm2_parameters(OSSL_LIB_CTX* ctx) {
   return pkey;
 }
 
-Library& lib() {
-  static Library* l = [] {
-    auto* l = new Library;
-    l->ctx = OSSL_LIB_CTX_new();
-    if (!l->ctx || !OSSL_PROVIDER_load(l->ctx, "default")) return l;
-    // Without the legacy provider DES is simply not offered.
-    OSSL_PROVIDER_load(l->ctx, "legacy");
-    l->sm3 = EVP_MD_fetch(l->ctx, "SM3", nullptr);
-    l->sha1 = EVP_MD_fetch(l->ctx, "SHA1", nullptr);
-    l->sha256 = EVP_MD_fetch(l->ctx, "SHA256", nullptr);
-    const char* names[4][2] = {{"SM4-ECB", "SM4-CBC"},
-                               {"AES-128-ECB", "AES-128-CBC"},
-                               {"DES-ECB", "DES-CBC"},
-                               {"DES-EDE3-ECB", "DES-EDE3-CBC"}};
-    for (int c = 0; c < 4; ++c)
-      for (int m = 0; m < 2; ++m) l->ciphers[c][m] = EVP_CIPHER_fetch(l->ctx, names[c][m], nullptr);
-    l->gcm = EVP_CIPHER_fetch(l->ctx, "AES-256-GCM", nullptr);
-    l->pbkdf2 = EVP_KDF_fetch(l->ctx, "PBKDF2", nullptr);
-    l->sm2 = EC_GROUP_new_by_curve_name_ex(l->ctx, nullptr, NID_sm2);
-    l->sm2Params = sm2_parameters(l->ctx);
-    l->ok = l->sm3 && l->sha1 && l->sha256 && l->gcm && l->pbkdf2 && l->sm2 && l->sm2Params;
-    return l;
-  }();
+Library* make_library() {
+  auto* l = new (std::nothrow) Library;
+  if (!l) return nullptr;
+  l->ctx = OSSL_LIB_CTX_new();
+  if (!l->ctx || !(l->providers[0] = OSSL_PROVIDER_load(l->ctx, "default"))) return l;
+  // Without the legacy provider DES is simply not offered.
+  l->providers[1] = OSSL_PROVIDER_load(l->ctx, "legacy");
+  l->sm3 = EVP_MD_fetch(l->ctx, "SM3", nullptr);
+  l->sha1 = EVP_MD_fetch(l->ctx, "SHA1", nullptr);
+  l->sha256 = EVP_MD_fetch(l->ctx, "SHA256", nullptr);
+  const char* names[4][2] = {{"SM4-ECB", "SM4-CBC"},
+                             {"AES-128-ECB", "AES-128-CBC"},
+                             {"DES-ECB", "DES-CBC"},
+                             {"DES-EDE3-ECB", "DES-EDE3-CBC"}};
+  for (int c = 0; c < 4; ++c)
+    for (int m = 0; m < 2; ++m) l->ciphers[c][m] = EVP_CIPHER_fetch(l->ctx, names[c][m], nullptr);
+  l->gcm = EVP_CIPHER_fetch(l->ctx, "AES-256-GCM", nullptr);
+  l->pbkdf2 = EVP_KDF_fetch(l->ctx, "PBKDF2", nullptr);
+  l->sm2 = EC_GROUP_new_by_curve_name_ex(l->ctx, nullptr, NID_sm2);
+  l->sm2Params = sm2_parameters(l->ctx);
+  l->ok = l->sm3 && l->sha1 && l->sha256 && l->gcm && l->pbkdf2 && l->sm2 && l->sm2Params;
+  return l;
+}
+
+void free_library(Library* l) {
+  EVP_PKEY_free(l->sm2Params);
+  EC_GROUP_free(l->sm2);
+  EVP_KDF_free(l->pbkdf2);
+  EVP_CIPHER_free(l->gcm);
+  for (auto& modes : l->ciphers)
+    for (EVP_CIPHER* c : modes) EVP_CIPHER_free(c);
+  EVP_MD_free(const_cast<EVP_MD*>(l->sha256));
+  EVP_MD_free(const_cast<EVP_MD*>(l->sha1));
+  EVP_MD_free(const_cast<EVP_MD*>(l->sm3));
+  // A loaded provider keeps a reference of its own beside the context's.
+  for (OSSL_PROVIDER* p : l->providers)
+    if (p) OSSL_PROVIDER_unload(p);
+  OSSL_LIB_CTX_free(l->ctx);
+  delete l;
+}
+
+// Made on first use and kept until cleanup(): one acquire load per use.
+std::atomic<Library*> g_library{nullptr};
+std::mutex g_library_mutex;
+const Library kNoLibrary;
+
+const Library& lib() {
+  Library* l = g_library.load(std::memory_order_acquire);
+  if (l) return *l;
+  std::lock_guard<std::mutex> hold(g_library_mutex);
+  l = g_library.load(std::memory_order_relaxed);
+  if (!l) {
+    l = make_library();
+    if (!l) return kNoLibrary;
+    g_library.store(l, std::memory_order_release);
+  }
   return *l;
 }
 
@@ -145,6 +180,11 @@ void pad32(const unsigned char* p, std::size_t n, unsigned char* out) { crypto::
 const char* name() { return "openssl"; }
 
 bool init() { return lib().ok; }
+
+void cleanup() {
+  std::lock_guard<std::mutex> hold(g_library_mutex);
+  if (Library* l = g_library.exchange(nullptr, std::memory_order_acq_rel)) free_library(l);
+}
 
 bool random_bytes(unsigned char* out, std::size_t len) {
   // RAND_bytes takes an int: feed large requests in pieces.

@@ -8,7 +8,9 @@
 #include "crypto/backend.h"
 #include "crypto/internal.h"
 #include "crypto/objects.h"
+#include "crypto/token.h"
 #include "vorel/vorel_crypto.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel::crypto {
 
@@ -16,10 +18,7 @@ namespace {
 thread_local int t_last_error = VOREL_OK;
 
 // Never destroyed: references may outlive static destruction at process exit.
-vorel_device_st* pseudo_device() {
-  static vorel_device_st* device = new (std::nothrow) vorel_device_st;
-  return device;
-}
+vorel_device_st* pseudo_device() { return &vorel::resident<vorel_device_st>(); }
 }  // namespace
 
 int fail(int code) {
@@ -116,13 +115,20 @@ void VorelPKICryptoFreeMemory(void* ptr) {
   return guard([&] { std::free(ptr); });
 }
 
+void VorelPKICryptoCleanup(void) {
+  return guard([&] {
+    // Keys first: they belong to the implementation's context.
+    vorel::token::release_tokens();
+    vorel::backend::cleanup();
+  });
+}
+
 int VorelPKICryptoGetPseudoDevice(VOREL_DEVICE** device) {
   return guard([&] {
     if (!device) return fail(VOREL_ERR_PARAM);
     *device = nullptr;
     if (!vorel::backend::init()) return fail(VOREL_ERR_GENERAL);
     vorel_device_st* pseudo = vorel::crypto::pseudo_device();
-    if (!pseudo) return fail(VOREL_ERR_MEMORY);
     pseudo->refs.fetch_add(1, std::memory_order_relaxed);
     *device = pseudo;
     return ok();

@@ -95,6 +95,8 @@ bool valid_serial(const std::string& serial);
 
 // The process's one Token for a file path.
 std::shared_ptr<Token> token_at(const std::string& path);
+// Logs every token out and forgets them all: the next token_at of a path reads its file afresh.
+void release_tokens();
 
 // A token's in-process mutex and then one of its lock files, held until destroyed. A lock for
 // reading may come without the file (see platform::file_lock).

@@ -9,6 +9,7 @@
 #include "crypto/token.h"
 #include "platform/platform.h"
 #include "vorel/vorel_crypto.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel::token {
 
@@ -316,20 +317,18 @@ bool valid_serial(const std::string& serial) {
 std::string file_name(int type, const std::string& serial) { return std::to_string(type) + "-" + serial + ".token"; }
 
 namespace {
-std::mutex& table_mutex() {
-  static std::mutex* mu = new std::mutex;
-  return *mu;
-}
 // Never destroyed: device objects may be released during static destruction.
-std::map<std::string, std::shared_ptr<Token>>& table() {
-  static auto* t = new std::map<std::string, std::shared_ptr<Token>>;
-  return *t;
-}
+struct Table {
+  std::mutex mutex;
+  std::map<std::string, std::shared_ptr<Token>> tokens;
+};
+Table& table() { return resident<Table>(); }
+
 // The end of the process (or the unloading of the library) logs every token out, wiping its keys.
 struct LogoutAtExit {
   ~LogoutAtExit() {
-    std::lock_guard<std::mutex> hold(table_mutex());
-    for (auto& entry : table()) {
+    std::lock_guard<std::mutex> hold(table().mutex);
+    for (auto& entry : table().tokens) {
       std::lock_guard<std::recursive_mutex> tokenGuard(entry.second->mu);
       entry.second->logout();
     }
@@ -339,8 +338,8 @@ struct LogoutAtExit {
 
 std::shared_ptr<Token> token_at(const std::string& path) {
   static LogoutAtExit logoutAtExit;
-  std::lock_guard<std::mutex> hold(table_mutex());
-  std::shared_ptr<Token>& slot = table()[path];
+  std::lock_guard<std::mutex> hold(table().mutex);
+  std::shared_ptr<Token>& slot = table().tokens[path];
   if (!slot) {
     slot = std::make_shared<Token>();
     slot->path = path;
@@ -349,6 +348,18 @@ std::shared_ptr<Token> token_at(const std::string& path) {
     slot->pinLockPath = base + ".pinlock";
   }
   return slot;
+}
+
+void release_tokens() {
+  std::map<std::string, std::shared_ptr<Token>> tokens;
+  {
+    std::lock_guard<std::mutex> hold(table().mutex);
+    tokens.swap(table().tokens);
+  }
+  for (auto& entry : tokens) {
+    std::lock_guard<std::recursive_mutex> tokenGuard(entry.second->mu);
+    entry.second->logout();
+  }
 }
 
 namespace {

@@ -32,8 +32,8 @@ ULONG DEVAPI SKF_DevAuth(DEVHANDLE hDev, BYTE* pbAuthData, ULONG ulLen) {
 ULONG DEVAPI SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szOldPin, LPSTR szNewPin,
                            ULONG* pulRetryCount) {
   return run_export("SKF_ChangePIN", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szOldPin", szOldPin) &&
-                             call.string("szNewPin", szNewPin) && call.pointer("pulRetryCount", pulRetryCount));
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.secret("szOldPin", szOldPin) &&
+                             call.secret("szNewPin", szNewPin) && call.pointer("pulRetryCount", pulRetryCount));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
     return call.finish(change_pin(call, *app, ulPINType, szOldPin, szNewPin, pulRetryCount));
@@ -55,7 +55,7 @@ ULONG DEVAPI SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULONG* p
 
 ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szPIN, ULONG* pulRetryCount) {
   return run_export("SKF_VerifyPIN", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szPIN", szPIN) &&
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.secret("szPIN", szPIN) &&
                              call.pointer("pulRetryCount", pulRetryCount));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
@@ -65,8 +65,8 @@ ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szP
 
 ULONG DEVAPI SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPSTR szNewUserPIN, ULONG* pulRetryCount) {
   return run_export("SKF_UnblockPIN", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szAdminPIN", szAdminPIN) &&
-                             call.string("szNewUserPIN", szNewUserPIN) && call.pointer("pulRetryCount", pulRetryCount));
+    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.secret("szAdminPIN", szAdminPIN) &&
+                             call.secret("szNewUserPIN", szNewUserPIN) && call.pointer("pulRetryCount", pulRetryCount));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
     return call.finish(unblock_pin(call, *app, szAdminPIN, szNewUserPIN, pulRetryCount));

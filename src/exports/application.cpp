@@ -13,8 +13,8 @@ ULONG DEVAPI SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR szAdmi
   return run_export("SKF_CreateApplication", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(
         call, call.pointer("hDev", hDev) && call.string("szAppName", szAppName) &&
-                  call.string("szAdminPin", szAdminPin) && call.length("dwAdminPinRetryCount", dwAdminPinRetryCount) &&
-                  call.string("szUserPin", szUserPin) && call.length("dwUserPinRetryCount", dwUserPinRetryCount) &&
+                  call.secret("szAdminPin", szAdminPin) && call.length("dwAdminPinRetryCount", dwAdminPinRetryCount) &&
+                  call.secret("szUserPin", szUserPin) && call.length("dwUserPinRetryCount", dwUserPinRetryCount) &&
                   call.length("dwCreateFileRights", dwCreateFileRights) &&
                   call.pointer("phApplication", phApplication));
     auto device = find_device(hDev);

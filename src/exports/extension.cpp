@@ -25,17 +25,14 @@ ULONG DEVAPI SKFEX_RSADecrypt(HCONTAINER hContainer, BYTE* pbInput, ULONG ulInpu
 
 namespace {
 // Two loads at once must not leave one's configuration with the other's modules.
-std::mutex& load_mutex() {
-  static std::mutex* mutex = new std::mutex;
-  return *mutex;
-}
+std::mutex g_load_mutex;
 }  // namespace
 
 // A failed load leaves the configuration and the vendor-module map as they were.
 ULONG DEVAPI SKF_LoadConfigurationWithPath(LPSTR path) {
   return run_export("SKF_LoadConfigurationWithPath", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.string("path", path));
-    std::lock_guard<std::mutex> guard(load_mutex());
+    std::lock_guard<std::mutex> guard(g_load_mutex);
     if (!GetVorelSKFConfig().LoadWithPath(path)) return call.fail(SAR_FAIL);
     init_skf_set(GetSkfSet());
     return SAR_OK;
@@ -45,7 +42,7 @@ ULONG DEVAPI SKF_LoadConfigurationWithPath(LPSTR path) {
 ULONG DEVAPI SKF_LoadConfigurationWithContent(LPSTR content) {
   return run_export("SKF_LoadConfigurationWithContent", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.string("content", content));
-    std::lock_guard<std::mutex> guard(load_mutex());
+    std::lock_guard<std::mutex> guard(g_load_mutex);
     if (!GetVorelSKFConfig().LoadWithContent(content)) return call.fail(SAR_FAIL);
     init_skf_set(GetSkfSet());
     return SAR_OK;

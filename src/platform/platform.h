@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -24,6 +25,11 @@ int last_error();
 std::string temp_dir();
 // The fallback log file name, appended to temp_dir() with its own leading separator.
 const char* log_file_suffix();
+// Opens a log file for appending, creating it for its owner alone (0600 on POSIX; on Windows it
+// takes the folder's access list, which under the user's profile is the user's). shared: the
+// file is in a folder other users may write (the temporary folder), so a symbolic link, a
+// hard-linked file, one another user owns or anything but a plain file is refused, not opened.
+std::FILE* open_log_file(const char* path, bool shared);
 
 struct LocalTime {
   int year, month, day, hour, minute, second, millisecond;
@@ -78,6 +84,8 @@ void* reserve_pages(std::size_t size);
 // Puts zero-filled memory behind reserved pages; the addresses stay reserved when it is taken away.
 bool commit_pages(void* at, std::size_t size);
 void decommit_pages(void* at, std::size_t size);
+// Gives a whole reservation back, addresses and all.
+void release_pages(void* at, std::size_t size);
 
 // ---- USB devices ----
 

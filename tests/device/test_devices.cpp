@@ -113,11 +113,12 @@ TEST_F(Devices, ConnectFindsTheNamedOrFirstTokenAndCachesItsInformation) {
   EXPECT_EQ(info.Version.major, 1);
   EXPECT_EQ(info.Version.minor, 0);
   EXPECT_STREQ(info.Manufacturer, "");
-  // SMS4 always; AES-128, 3DES and DES both ways; no SM1 or SSF33 in software.
-  EXPECT_EQ(info.AlgSymCap, 0x403u | 0x4001 | 0x4002 | 0x2001 | 0x2002 | 0x8001 | 0x8002);
-  EXPECT_EQ(info.AlgAsymCap, static_cast<ULONG>(SGD_RSA | SGD_SM2_1 | SGD_SM2_3));
-  EXPECT_EQ(info.AlgHashCap, 7u);
-  EXPECT_EQ(info.DevAuthAlgId, 0u);
+  // SMS4 always; AES-128, 3DES and DES both ways; no SM1 or SSF33 in software. DEVINFO is
+  // packed: its fields are compared as copies, not bound to references at odd addresses.
+  EXPECT_EQ(ULONG{info.AlgSymCap}, 0x403u | 0x4001 | 0x4002 | 0x2001 | 0x2002 | 0x8001 | 0x8002);
+  EXPECT_EQ(ULONG{info.AlgAsymCap}, static_cast<ULONG>(SGD_RSA | SGD_SM2_1 | SGD_SM2_3));
+  EXPECT_EQ(ULONG{info.AlgHashCap}, 7u);
+  EXPECT_EQ(ULONG{info.DevAuthAlgId}, 0u);
 }
 
 TEST_F(Devices, ConnectFailures) {
@@ -240,7 +241,7 @@ TEST_F(Devices, AConfiguredKeyAuthenticatesTheDeviceOverItsLastRandom) {
   DEVHANDLE h = connect("3#A11");
   DEVINFO info;
   ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
-  EXPECT_EQ(info.DevAuthAlgId, static_cast<ULONG>(SGD_SMS4_ECB));
+  EXPECT_EQ(ULONG{info.DevAuthAlgId}, static_cast<ULONG>(SGD_SMS4_ECB));
 
   struct Step {
     ULONG drawn;  // random bytes drawn first (0: none)

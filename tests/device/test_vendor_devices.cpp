@@ -376,7 +376,10 @@ TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
   ULONG n = sizeof buf;
   HANDLE h = nullptr;
   Blobs b;
-  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(buf);
+  // A whole cipher blob with its 16 cipher bytes: the library reads (and logs) what it announces.
+  BYTE ctMemory[sizeof(ECCCIPHERBLOB) + 16] = {};
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(ctMemory);
+  ct->CipherLen = 16;
   expect_forwarded(
       {
           {"SKF_GenExtRSAKey", [&] { return SKF_GenExtRSAKey(dev, 1024, &b.rsaPriv); }, {vdev, 1024, arg(&b.rsaPriv)}},

@@ -13,6 +13,8 @@
 #include <direct.h>
 #include <process.h>
 #include <windows.h>
+// After windows.h:
+#include <aclapi.h>
 #else
 #include <fcntl.h>
 #include <signal.h>
@@ -279,5 +281,40 @@ std::string json_escape(const std::string& text) {
   }
   return out;
 }
+
+#ifdef _WIN32
+bool private_to_owner(const std::string& path) {
+  PACL dacl = nullptr;
+  PSECURITY_DESCRIPTOR sd = nullptr;
+  if (GetNamedSecurityInfoA(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
+                            nullptr, &sd) != ERROR_SUCCESS)
+    return false;
+  HANDLE token = nullptr;
+  union {
+    TOKEN_USER user;
+    char bytes[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+  } me;
+  DWORD len = 0;
+  bool known = OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) &&
+               GetTokenInformation(token, TokenUser, &me, sizeof me, &len);
+  if (token) CloseHandle(token);
+  // A null access list admits everyone.
+  bool mine = known && dacl;
+  for (DWORD i = 0; mine && i < dacl->AceCount; ++i) {
+    ACE_HEADER* ace = nullptr;
+    if (!GetAce(dacl, i, reinterpret_cast<void**>(&ace))) return LocalFree(sd), false;
+    if (ace->AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
+    PSID sid = &reinterpret_cast<ACCESS_ALLOWED_ACE*>(ace)->SidStart;
+    mine = EqualSid(sid, me.user.User.Sid) || IsWellKnownSid(sid, WinLocalSystemSid);
+  }
+  LocalFree(sd);
+  return mine;
+}
+#else
+bool private_to_owner(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 && (st.st_mode & 077) == 0;
+}
+#endif
 
 }  // namespace testsupport

@@ -85,4 +85,8 @@ std::string module_path(const char* fileName);
 
 std::string json_escape(const std::string& text);
 
+// Whether the file or folder is its owner's alone: on POSIX no group or other permission bits;
+// on Windows an access list that admits nobody but the current user and SYSTEM.
+bool private_to_owner(const std::string& path);
+
 }  // namespace testsupport

@@ -81,6 +81,22 @@ TEST(Blobs, Sm2CiphertextsBothWays) {
   EXPECT_EQ(range(c1c3c2.data(), 65, 97), Bytes(text.end() - 32, text.end()));
   EXPECT_EQ(range(c1c3c2.data(), 97, 113), Bytes(text.begin() + 65, text.begin() + 81));
 
+  // Handed over with a length, the blob must hold the CipherLen bytes it announces.
+  const std::size_t whole = kEccCipherOffset + 16;
+  const struct {
+    std::size_t len;
+    ULONG cipherLen;
+    bool taken;
+  } lengths[] = {{whole, 16, true},       {whole - 1, 16, false}, {kEccCipherOffset - 1, 0, false},
+                 {kEccCipherOffset, 0, true}, {whole, 0xFFFFFFFFu, false}, {whole, 0x80000000u, false}};
+  for (const auto& l : lengths) {
+    blob->CipherLen = l.cipherLen;
+    EXPECT_EQ(cipher_text_of_bytes(memory.data(), l.len, again, kMaxEccCipherLen), l.taken) << l.len;
+    if (l.taken) {
+      EXPECT_EQ(again.size(), 97u + l.cipherLen);
+    }
+  }
+
   blob->CipherLen = kMaxEccCipherLen + 1;
   EXPECT_FALSE(ConvertCipherText(*blob, again, kMaxEccCipherLen));
   EXPECT_FALSE(cipher_text_to_blob(text.data(), 96, blob));

@@ -11,6 +11,11 @@
 #include "platform/platform.h"
 #include "support.h"
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace {
 
 using namespace vorel::platform;
@@ -54,6 +59,31 @@ TEST(Files, AtomicWriteWaitsOutAReaderHoldingTheFileOpen) {
   std::string back;
   ASSERT_TRUE(read_file(path, back));
   EXPECT_EQ(back, "new");
+}
+
+// Whatever sits at the temporary name (a leftover, or a link someone planted where others may
+// write) is replaced by a new file of the writer's own, never written through.
+TEST(Files, AtomicWriteNeverWritesThroughWhatSitsAtItsTemporaryName) {
+#ifdef _WIN32
+  GTEST_SKIP() << "POSIX links and modes; on Windows the temporary file is created anew too (CREATE_NEW)";
+#else
+  std::string dir = testsupport::make_temp_dir("files"), path = join(dir, "token.dat");
+  std::string tmp = path + ".tmp" + std::to_string(process_id());
+  std::string victim = testsupport::make_temp_dir("victim") + "target";
+  testsupport::write_file(victim, "victim");
+  for (bool link : {true, false}) {
+    if (link) {
+      ASSERT_EQ(symlink(victim.c_str(), tmp.c_str()), 0);
+    } else {
+      testsupport::write_file(tmp, "leftover");
+      ASSERT_EQ(chmod(tmp.c_str(), 0666), 0);
+    }
+    ASSERT_TRUE(write_file_atomic(path, "new", 3)) << link;
+    EXPECT_EQ(testsupport::read_file(victim), "victim") << link;
+    EXPECT_EQ(testsupport::read_file(path), "new") << link;
+    EXPECT_EQ(permissions(path), 0600u) << link;
+  }
+#endif
 }
 
 TEST(Files, MakeDirsCreatesParentsAndRefusesAFileInTheWay) {

@@ -602,6 +602,32 @@ TEST_F(Tokens, AFolderOtherUsersMayReachIsWarnedOf) {
 #endif
 }
 
+// Token files hold sealed keys and the PIN counters: the folders the store makes and every file it
+// writes are their owner's alone, whatever the umask, and whatever access the folder above
+// would lend on Windows.
+TEST_F(Tokens, TheFoldersAndFilesOfTheStoreAreItsOwnersAlone) {
+  const char sep = vorel::platform::path_separator();
+  std::string made = testsupport::make_temp_dir("private") + "made", dir = made + sep + "tokens";
+  testsupport::ScopedEnv env("VOREL_TOKEN_DIR", dir.c_str());
+  std::string base = dir + sep + "5-P1";
+  std::vector<std::string> paths{made, dir, base + ".token", base + ".lock", base + ".pinlock"};
+#ifndef _WIN32
+  mode_t old = umask(0);
+#endif
+  Dev d;
+  ASSERT_EQ(create(5, "P1", "private", &d.p), VOREL_OK);
+  unsigned retries = 0;
+  ASSERT_EQ(VorelPKICryptoVerifyPwd(d.p, VOREL_PWD_USER, kUser, &retries), VOREL_OK);
+  for (const std::string& p : paths) EXPECT_TRUE(testsupport::private_to_owner(p)) << p;
+#ifndef _WIN32
+  // A token file someone opened up is its owner's alone again after the next write.
+  ASSERT_EQ(chmod(paths[2].c_str(), 0644), 0);
+  ASSERT_EQ(VorelPKICryptoCreateData(d.p, 1, kMasterAccess, 16), VOREL_OK);
+  EXPECT_EQ(vorel::platform::permissions(paths[2]), 0600u);
+  umask(old);
+#endif
+}
+
 TEST_F(Tokens, ThePseudoDeviceHasNoPasswordsOrDataObjects) {
   Dev pseudo;
   ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&pseudo.p), VOREL_OK);

@@ -127,6 +127,7 @@ int cmd_info(const Options& o) {
   Device dev(*lib, o.device);
   DEVINFO info{};
   check(lib->SKF_GetDevInfo(dev.handle(), &info), "reading the device information");
+  // DEVINFO is packed: its numbers go in as copies, never as references.
   json j = {{"device", dev.name()},
             {"version", version(info.Version)},
             {"manufacturer", field(info.Manufacturer, sizeof info.Manufacturer)},
@@ -138,11 +139,11 @@ int cmd_info(const Options& o) {
             {"symmetric", spelled(info.AlgSymCap, kSymmetric)},
             {"asymmetric", spelled(info.AlgAsymCap, kAsymmetric)},
             {"hashes", spelled(info.AlgHashCap, kHashes)},
-            {"devAuthAlgId", info.DevAuthAlgId},
-            {"totalSpace", info.TotalSpace},
-            {"freeSpace", info.FreeSpace},
-            {"maxEccBufferSize", info.MaxECCBufferSize},
-            {"maxBufferSize", info.MaxBufferSize}};
+            {"devAuthAlgId", ULONG{info.DevAuthAlgId}},
+            {"totalSpace", ULONG{info.TotalSpace}},
+            {"freeSpace", ULONG{info.FreeSpace}},
+            {"maxEccBufferSize", ULONG{info.MaxECCBufferSize}},
+            {"maxBufferSize", ULONG{info.MaxBufferSize}}};
   if (o.json) {
     print_json(j);
     return kDone;

@@ -121,6 +121,12 @@ bool ConvertCipherText(const ECCCIPHERBLOB& blob, std::vector<uint8_t>& out, ULO
   return true;
 }
 
+bool cipher_text_of_bytes(const uint8_t* data, std::size_t len, std::vector<uint8_t>& out, ULONG maxCipherLen) {
+  if (len < kEccCipherOffset) return false;
+  const auto* blob = reinterpret_cast<const ECCCIPHERBLOB*>(data);
+  return blob->CipherLen <= len - kEccCipherOffset && ConvertCipherText(*blob, out, maxCipherLen);
+}
+
 bool cipher_text_to_blob(const uint8_t* text, std::size_t len, ECCCIPHERBLOB* blob) {
   if (len < 97 || text[0] != 0x04 || len - 97 > UINT32_MAX) return false;
   std::size_t c2 = len - 97;

@@ -49,6 +49,9 @@ bool ecc_signature_to_blob(const uint8_t* r, std::size_t rLen, const uint8_t* s,
 // 04 || x || y || C2 || C3 of an ECCCIPHERBLOB whose CipherLen bytes follow it in memory: the low
 // 32 bytes of each coordinate field. False when CipherLen is above maxCipherLen.
 bool ConvertCipherText(const ECCCIPHERBLOB& blob, std::vector<uint8_t>& out, ULONG maxCipherLen);
+// The same of an ECCCIPHERBLOB handed over as len bytes (a wrapped key with its length): false
+// when they do not hold the blob's fixed part and the CipherLen bytes it announces.
+bool cipher_text_of_bytes(const uint8_t* data, std::size_t len, std::vector<uint8_t>& out, ULONG maxCipherLen);
 // The inverse: 04 || x || y || C2 || C3 of len bytes (at least 97) into blob, whose memory must
 // hold len - 97 bytes from Cipher on; the upper halves of the coordinate fields are zeroed.
 bool cipher_text_to_blob(const uint8_t* text, std::size_t len, ECCCIPHERBLOB* blob);

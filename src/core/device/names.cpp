@@ -17,7 +17,8 @@ namespace {
 constexpr std::size_t kDeviceListSize = 1024;
 constexpr std::size_t kCombinedListSize = 4096;
 
-// Appends every name of a multi-string of len bytes to the list, until an empty name.
+}  // namespace
+
 void add_all(NameList& names, int32_t type, const char* list, std::size_t len) {
   std::size_t at = 0;
   while (at < len && list[at] != '\0') {
@@ -27,8 +28,6 @@ void add_all(NameList& names, int32_t type, const char* list, std::size_t len) {
     at += n + 1;
   }
 }
-
-}  // namespace
 
 bool NameList::add(int32_t type, const char* own, std::size_t ownLen) {
   std::string name = std::to_string(type) + "#";

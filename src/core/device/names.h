@@ -32,6 +32,10 @@ class NameList {
   std::string text_;  // names with their zero bytes; std::string adds the final one
 };
 
+// Appends every name of a multi-string of len bytes (a vendor's SKF_EnumDev list) as a name of
+// the type, until an empty name or the end; a last name without its zero byte ends at len.
+void add_all(NameList& names, int32_t type, const char* list, std::size_t len);
+
 // Splits a device name into its type (stored whatever the outcome) and own name. False, with
 // "error type" or "device name format error" logged, when the name has another form.
 bool is_valid_name(const char* name, int32_t* type, std::string* ownName);

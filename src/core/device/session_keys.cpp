@@ -63,11 +63,8 @@ ULONG unwrap(const ExportCall& call, const ContainerRecord& container, const BYT
     rc =
         VorelPKICryptoPrivateKeyDecrypt(keypair, VOREL_MECH_RSA_PKCS1, nullptr, wrapped, len, &plain.bytes, &plain.len);
   } else if (container.algorithm == VOREL_ALG_SM2) {
-    // The blob must hold the CipherLen bytes it announces.
-    const auto* blob = reinterpret_cast<const ECCCIPHERBLOB*>(wrapped);
     std::vector<uint8_t> text;
-    if (len < kEccCipherOffset || kEccCipherOffset + blob->CipherLen > len ||
-        !ConvertCipherText(*blob, text, kMaxEccCipherLen)) {
+    if (!cipher_text_of_bytes(wrapped, len, text, kMaxEccCipherLen)) {
       VLOG_ERROR(call.name(), "CipherLen does not fit the wrapped data");
       return SAR_INVALIDPARAMERR;
     }

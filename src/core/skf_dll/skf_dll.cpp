@@ -5,6 +5,7 @@
 #include "core/config.h"
 #include "core/log.h"
 #include "platform/platform.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel {
 
@@ -101,8 +102,7 @@ void init_skf_set(SkfSet& set) {
 
 SkfSet& GetSkfSet() {
   // Never destroyed: the unload path frees it explicitly, whatever the order of static teardown.
-  static SkfSet* set = new SkfSet();
-  return *set;
+  return resident<SkfSet>();
 }
 
 }  // namespace vorel

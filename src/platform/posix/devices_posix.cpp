@@ -29,6 +29,8 @@ void decommit_pages(void* at, std::size_t size) {
   mmap(at, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
 }
 
+void release_pages(void* at, std::size_t size) { munmap(at, size); }
+
 namespace {
 
 // Four hexadecimal digits and an optional newline, as sysfs writes idVendor and idProduct.

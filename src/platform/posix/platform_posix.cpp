@@ -1,5 +1,7 @@
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -60,6 +62,23 @@ std::string temp_dir() {
 
 const char* log_file_suffix() { return "/vorelskf.log"; }
 
+std::FILE* open_log_file(const char* path, bool shared) {
+  // Non-blocking: a FIFO planted at the path would otherwise hold the caller until a reader came.
+  int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY;
+  if (shared) flags |= O_NOFOLLOW | O_NONBLOCK;
+  int fd = open(path, flags, 0600);
+  if (fd < 0) return nullptr;
+  bool usable = true;
+  if (shared) {
+    struct stat st;
+    usable = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() && st.st_nlink == 1 &&
+             ((st.st_mode & 077) == 0 || fchmod(fd, 0600) == 0) && fcntl(fd, F_SETFL, O_APPEND) == 0;
+  }
+  std::FILE* file = usable ? fdopen(fd, "a") : nullptr;
+  if (!file) close(fd);
+  return file;
+}
+
 LocalTime local_time() {
   struct timespec ts;
   clock_gettime(CLOCK_REALTIME, &ts);
@@ -85,9 +104,7 @@ const char* env_get(const char* name) { return std::getenv(name); }
 // ---- files ----
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 
 namespace vorel::platform {
 
@@ -149,7 +166,10 @@ bool write_all(int fd, const char* p, std::size_t len) {
 
 bool write_file_atomic(const std::string& path, const void* data, std::size_t len) {
   std::string tmp = path + ".tmp" + std::to_string(getpid());
-  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  // A file of our own, new: whatever sits at the name (a leftover, or a link someone planted in a
+  // folder others may write) is removed, not written through, and lends the file no mode.
+  unlink(tmp.c_str());
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return false;
   bool ok = write_all(fd, static_cast<const char*>(data), len) && fsync(fd) == 0;
   ok = close(fd) == 0 && ok;

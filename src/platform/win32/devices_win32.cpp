@@ -23,6 +23,8 @@ bool commit_pages(void* at, std::size_t size) { return VirtualAlloc(at, size, ME
 
 void decommit_pages(void* at, std::size_t size) { VirtualFree(at, size, MEM_DECOMMIT); }
 
+void release_pages(void* at, std::size_t) { VirtualFree(at, 0, MEM_RELEASE); }
+
 namespace {
 
 // GUID_DEVINTERFACE_USB_DEVICE

@@ -1,11 +1,63 @@
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
+// After windows.h:
+#include <sddl.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <string>
 
 #include "platform/platform.h"
+#include "vorel/vorel_ptr.h"
 
 namespace vorel::platform {
+
+namespace {
+
+// What the library creates for itself (token folders and files, lock files, the log) admits
+// the current user and SYSTEM alone, whatever the folder above would lend it: the counterpart of
+// 0700 and 0600. Folders pass it on to what is made inside them. Made once per process; where it
+// cannot be made (attributes null) objects take their folder's access list, as before.
+struct PrivateSecurity {
+  SECURITY_ATTRIBUTES folder{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+  SECURITY_ATTRIBUTES file{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+  PrivateSecurity() {
+    std::string user = user_sid();
+    if (user.empty()) return;
+    folder.lpSecurityDescriptor = make("D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;" + user + ")");
+    file.lpSecurityDescriptor = make("D:P(A;;FA;;;SY)(A;;FA;;;" + user + ")");
+  }
+  static void* make(const std::string& sddl) {
+    PSECURITY_DESCRIPTOR sd = nullptr;
+    return ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1, &sd, nullptr) ? sd
+                                                                                                              : nullptr;
+  }
+  static std::string user_sid() {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return std::string();
+    union {
+      TOKEN_USER user;
+      char bytes[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    } info;
+    DWORD len = 0;
+    char* text = nullptr;
+    std::string sid;
+    if (GetTokenInformation(token, TokenUser, &info, sizeof info, &len) && ConvertSidToStringSidA(info.user.User.Sid, &text))
+      sid = text;
+    LocalFree(text);
+    CloseHandle(token);
+    return sid;
+  }
+};
+
+SECURITY_ATTRIBUTES* private_attributes(bool folder) {
+  PrivateSecurity& s = resident<PrivateSecurity>();
+  SECURITY_ATTRIBUTES* a = folder ? &s.folder : &s.file;
+  return a->lpSecurityDescriptor ? a : nullptr;
+}
+
+}  // namespace
 
 void* dso_open(const char* path) { return reinterpret_cast<void*>(LoadLibraryA(path)); }
 
@@ -30,6 +82,27 @@ std::string temp_dir() {
 }
 
 const char* log_file_suffix() { return "\\vorelskf.log"; }
+
+std::FILE* open_log_file(const char* path, bool shared) {
+  // Appends by the system, whoever else writes the file. In the shared folder a symbolic link or
+  // junction is opened itself, not followed, and then refused.
+  DWORD flags = FILE_ATTRIBUTE_NORMAL | (shared ? FILE_FLAG_OPEN_REPARSE_POINT : 0);
+  HANDLE h = CreateFileA(path, FILE_APPEND_DATA | SYNCHRONIZE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                         private_attributes(false), OPEN_ALWAYS, flags, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return nullptr;
+  BY_HANDLE_FILE_INFORMATION info;
+  bool usable = !shared || (GetFileInformationByHandle(h, &info) &&
+                            !(info.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) &&
+                            info.nNumberOfLinks == 1);
+  int fd = usable ? _open_osfhandle(reinterpret_cast<intptr_t>(h), _O_APPEND | _O_TEXT) : -1;
+  if (fd < 0) {
+    CloseHandle(h);
+    return nullptr;
+  }
+  std::FILE* file = _fdopen(fd, "a");
+  if (!file) _close(fd);  // closes the handle too
+  return file;
+}
 
 LocalTime local_time() {
   SYSTEMTIME st;
@@ -69,7 +142,7 @@ bool make_dirs(const std::string& path) {
   std::size_t sep = path.find_last_of("\\/");
   // Stop at a drive root such as "C:".
   if (sep != std::string::npos && sep > 0 && path[sep - 1] != ':' && !make_dirs(path.substr(0, sep))) return false;
-  return CreateDirectoryA(path.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+  return CreateDirectoryA(path.c_str(), private_attributes(true)) || GetLastError() == ERROR_ALREADY_EXISTS;
 }
 
 bool read_file(const std::string& path, std::string& out, std::size_t limit) {
@@ -91,7 +164,10 @@ bool read_file(const std::string& path, std::string& out, std::size_t limit) {
 
 bool write_file_atomic(const std::string& path, const void* data, std::size_t len) {
   std::string tmp = path + ".tmp" + std::to_string(GetCurrentProcessId());
-  HANDLE h = CreateFileA(tmp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  // A new file of our own: a leftover at the name lends it nothing.
+  DeleteFileA(tmp.c_str());
+  HANDLE h = CreateFileA(tmp.c_str(), GENERIC_WRITE, 0, private_attributes(false), CREATE_NEW,
+                         FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
   if (h == INVALID_HANDLE_VALUE) return false;
   const char* p = static_cast<const char*>(data);
   bool ok = true;
@@ -137,8 +213,8 @@ struct FileLock {
 };
 
 FileLock* file_lock(const std::string& path, bool forWriting) {
-  HANDLE h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                         private_attributes(false), OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (h == INVALID_HANDLE_VALUE && !forWriting) {
     // LockFileEx needs only read access. A reader that can open no lock file reads without one.
     h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
