@@ -25,8 +25,8 @@ void library_attach() {
 }
 
 // Everything the library made for the process goes, so that an application loading and
-// unloading it again and again does not grow: vendor modules, entries, keys, the crypto
-// library's context and the log file, closed last.
+// unloading it again and again does not grow: handles left open, vendor modules, entries, keys,
+// the crypto library's context and the log file, closed last.
 void library_detach() {
   records_release();
   VorelPKICryptoFreeDevice(g_pseudo_device);
