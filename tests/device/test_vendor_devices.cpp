@@ -480,7 +480,7 @@ TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
       EXPECT_EQ(SKFEX_RSADecrypt(c, out, 16, out, &n, 2), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
       continue;
     }
-    // Key specification 2 is the signing pair; 1 and 3 the encryption pair.
+    // keySpec 2 picks the signing pair; 1 and 3 the encryption pair.
     for (int32_t keySpec : {2, 1, 3}) {
       bool sign = keySpec == 2;
       std::string ecc = f.ecc;
@@ -492,7 +492,7 @@ TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
       if (f.type == 64) {
         EXPECT_EQ(got[2], 16u + 97) << "OLYM takes the cipher text as one string";
       } else if (f.type == 49 || f.type == 75) {
-        EXPECT_EQ(got[1], sign ? 2u : 1u) << f.prefix << " key specification";
+        EXPECT_EQ(got[1], sign ? 2u : 1u) << f.prefix << " key selector";
       } else {
         EXPECT_EQ(got[1], sign ? 1u : 0u) << f.prefix << " signing flag";
       }

@@ -106,7 +106,7 @@ ULONG SKF_ECCDecrypt_CallBack(const ExportCall& call, const SkfDll& dll, const C
   switch (family) {
     case Family::Hsic:
     case Family::Fisec:
-      // Key specification 2 is the signing key pair, 1 the encryption key pair.
+      // The key selector: 2 picks the signing key pair, 1 the encryption key pair.
       return call_vendor(call, family, "SKF_PrvKeyDecrypt", dll.SKF_PrvKeyDecrypt_vendor, h, sign ? 2u : 1u, cipher,
                          out, outLen);
     case Family::FeitianBluetooth:
