@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/errors.h"
+#include "core/gate.h"
 #include "core/log.h"
 #include "core/records.h"
 #include "core/skf_dll/skf_dll.h"
@@ -75,13 +76,18 @@ class ExportCall {
   // own failure code comes back unchanged. Only the outcome is logged here.
   template <class Fn, class... Args>
   ULONG vendor_call(const SkfDll& dll, Fn SkfDll::*entry, Args&&... args) const {
+    return vendor_call_named(name_, dll, entry, std::forward<Args>(args)...);
+  }
+  // The same for a vendor function other than the export's own, named in the messages.
+  template <class Fn, class... Args>
+  ULONG vendor_call_named(const char* function, const SkfDll& dll, Fn SkfDll::*entry, Args&&... args) const {
     Fn fn = dll.*entry;
     if (!fn) {
-      VLOG_ERROR(name_, "%s is not support", name_);
+      VLOG_ERROR(name_, "%s is not support", function);
       return SAR_NOTSUPPORTYETERR;
     }
     ULONG rc = fn(std::forward<Args>(args)...);
-    if (rc != SAR_OK) VLOG_ERROR(name_, "%s fail, error : 0x%08x", name_, rc);
+    if (rc != SAR_OK) VLOG_ERROR(name_, "%s fail, error : 0x%08x", function, rc);
     return rc;
   }
 
@@ -104,6 +110,7 @@ class ExportCall {
 // invalidCode: the answer to a failed argument check (the block-cipher exports differ).
 template <class Body>
 ULONG run_export(const char* name, ULONG invalidCode, Body&& body) noexcept {
+  GatePass pass;
   ExportCall call(name, invalidCode);
   try {
     return body(call);
@@ -135,7 +142,7 @@ ULONG run_export(const char* name, Body&& body) noexcept {
 // The size contract of every output buffer, answered before any state changes: a null buffer
 // asks the size; a short one gets the size and SAR_BUFFER_TOO_SMALL; else the bytes are copied.
 // slack: how many bytes short a buffer may be and still be accepted; what does not fit in the
-// caller's buffer is never written.
+// caller's buffer is never written, and the length reported is what was written.
 inline ULONG put_bytes(const void* data, std::size_t len, void* out, ULONG* outLen, ULONG slack = 0) {
   if (len > UINT32_MAX) return SAR_FAIL;
   ULONG size = static_cast<ULONG>(len);
@@ -146,16 +153,18 @@ inline ULONG put_bytes(const void* data, std::size_t len, void* out, ULONG* outL
   ULONG room = *outLen;
   *outLen = size;
   if (room < size && size - room > slack) return SAR_BUFFER_TOO_SMALL;
-  std::size_t n = room < size ? room : size;
+  ULONG n = room < size ? room : size;
   if (n > 0) std::memcpy(out, data, n);
+  *outLen = n;
   return SAR_OK;
 }
 
 // The live generic handle of the kind an export takes, into out; SAR_OK, else the refusal, logged:
 // SAR_INVALIDHANDLEERR for anything that is not a live generic handle, SAR_FAIL for one of another
 // kind (docs/symmetric.md), so that no vendor is handed a handle of the wrong kind.
+// helper: the cipher helper whose entry test this is, which logs the refusal as its own.
 inline ULONG find_handle(const ExportCall& call, HANDLE handle, const char* what, uint32_t kind,
-                         std::shared_ptr<HandleRecord>& out) {
+                         std::shared_ptr<HandleRecord>& out, const char* helper = nullptr) {
   out = find_handle(handle);
   if (!out) return call.invalid_handle(what);
   if (out->kind == kind) return SAR_OK;
@@ -163,6 +172,7 @@ inline ULONG find_handle(const ExportCall& call, HANDLE handle, const char* what
   switch (kind) {
     case kSessionKey:
       VLOG_ERROR(call.name(), "key_handle->m_flag != 1");
+      if (helper) VLOG_ERROR(helper, "%s return: 0x%08x", helper, SAR_FAIL);
       break;
     case kMac:
       VLOG_ERROR(call.name(), "mac_handle->m_flag != 4");
@@ -176,48 +186,43 @@ inline ULONG find_handle(const ExportCall& call, HANDLE handle, const char* what
   return call.fail(SAR_FAIL);
 }
 
-// Publishes a new record under parent (null for a device) and writes its handle to *out. When it
-// cannot be published (the parent was closed meanwhile: SAR_INVALIDHANDLEERR; no memory: the
-// exception goes on to the frame), undo() runs first, so that a handle the vendor just gave out
-// does not stay open on the token.
+// Publishes a new record and writes its handle to *out. When it cannot be published (no memory:
+// the exception goes on to the frame), undo() runs first, so that a handle the vendor just gave
+// out does not stay open on the token.
 template <class T, class Undo>
-ULONG publish_record(const std::shared_ptr<T>& record, const void* parent, HANDLE* out, Undo undo) {
-  bool published;
+ULONG publish_record(const std::shared_ptr<T>& record, HANDLE* out, Undo undo) {
   try {
-    published = publish(record, parent);
+    publish(record);
   } catch (...) {
     undo();
     throw;
-  }
-  if (!published) {
-    undo();
-    return SAR_INVALIDHANDLEERR;
   }
   *out = record.get();
   return SAR_OK;
 }
 
 template <class T>
-ULONG publish_record(const std::shared_ptr<T>& record, const void* parent, HANDLE* out) {
-  return publish_record(record, parent, out, [] {});
+ULONG publish_record(const std::shared_ptr<T>& record, HANDLE* out) {
+  return publish_record(record, out, [] {});
 }
 
 // On the vendor route: the vendor makes a key, hash or MAC handle into its last argument, and a
-// new handle record of that kind under parent wraps it.
+// new handle record of that kind wraps it.
 template <class Fn, class... Args>
 ULONG wrap_vendor_handle(const ExportCall& call, const SkfDll& dll, Fn SkfDll::*entry, int32_t type, uint32_t kind,
-                         const void* parent, HANDLE* out, Args&&... args) {
-  auto record = new_record<HandleRecord>(type, kind, parent);
+                         HANDLE* out, Args&&... args) {
+  auto record = new_record<HandleRecord>(type, kind);
   ULONG rc = call.vendor_call(dll, entry, std::forward<Args>(args)..., &record->vendorHandle);
   if (rc != SAR_OK) return rc;
   HANDLE vendorHandle = record->vendorHandle;
-  return publish_record(record, parent, out, [&dll, vendorHandle] {
+  return publish_record(record, out, [&dll, vendorHandle] {
     if (dll.SKF_CloseHandle) dll.SKF_CloseHandle(vendorHandle);
   });
 }
 
-// Closes a handle and what was opened under it. On a vendor-served type the vendor closes its
-// own handle first, and a vendor that refuses keeps ours open so that the caller may try again.
+// Closes a handle; what was opened under it stays open (docs/handles.md). On a vendor-served type
+// the vendor closes its own handle first, and a vendor that refuses keeps ours open so that the
+// caller may try again.
 template <class Fn>
 ULONG close_handle(const ExportCall& call, int32_t type, Fn SkfDll::*entry, HANDLE vendorHandle, HANDLE handle) {
   if (auto dll = vendor_module(type)) {

@@ -236,36 +236,8 @@ struct Registry {
   struct Entry {
     RecordKind kind;
     std::shared_ptr<void> record;
-    const void* parent;
   };
   std::unordered_map<const void*, Entry> live;
-  std::unordered_map<const void*, std::vector<const void*>> children;
-
-  // Moves the entry and its descendants out; their records go to dying.
-  void take_out(const void* handle, std::vector<std::shared_ptr<void>>& dying) {
-    auto it = live.find(handle);
-    if (it == live.end()) return;
-    dying.push_back(std::move(it->second.record));
-    if (const void* parent = it->second.parent) {
-      auto siblings = children.find(parent);
-      if (siblings != children.end()) {
-        auto& list = siblings->second;
-        for (auto c = list.begin(); c != list.end(); ++c) {
-          if (*c == handle) {
-            list.erase(c);
-            break;
-          }
-        }
-        if (list.empty()) children.erase(siblings);
-      }
-    }
-    live.erase(it);
-    auto own = children.find(handle);
-    if (own == children.end()) return;
-    std::vector<const void*> kids = std::move(own->second);
-    children.erase(own);
-    for (const void* kid : kids) take_out(kid, dying);
-  }
 };
 
 Registry& registry() { return resident<Registry>(); }
@@ -280,28 +252,18 @@ void record_slot_release(void* slot) {
 
 std::size_t record_pages_committed() { return arena().committed(); }
 
-bool registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record, const void* parent) {
+void registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record) {
   Registry& r = registry();
   std::lock_guard<std::mutex> guard(r.mutex);
-  if (parent && r.live.find(parent) == r.live.end()) return false;
-  if (parent) r.children[parent].push_back(handle);
-  try {
-    r.live[handle] = Registry::Entry{kind, std::move(record), parent};
-  } catch (...) {
-    if (parent) r.children[parent].pop_back();
-    throw;
-  }
-  return true;
+  r.live[handle] = Registry::Entry{kind, std::move(record)};
 }
 
 void records_release() {
   Registry& r = registry();
   std::unordered_map<const void*, Registry::Entry> live;
-  std::unordered_map<const void*, std::vector<const void*>> children;
   {
     std::lock_guard<std::mutex> guard(r.mutex);
     live.swap(r.live);
-    children.swap(r.children);
   }
   live.clear();  // records destroyed outside the lock
   arena().release_all();
@@ -318,12 +280,15 @@ std::shared_ptr<void> registry_find(const void* handle, RecordKind kind) {
 
 void registry_retire(const void* handle) {
   Registry& r = registry();
-  std::vector<std::shared_ptr<void>> dying;
+  std::shared_ptr<void> dying;
   {
     std::lock_guard<std::mutex> guard(r.mutex);
-    r.take_out(handle, dying);
+    auto it = r.live.find(handle);
+    if (it == r.live.end()) return;
+    dying = std::move(it->second.record);
+    r.live.erase(it);
   }
-  // Records are destroyed here, outside the registry's lock, unless a call still holds them.
+  // The record is destroyed here, outside the registry's lock, unless a call still holds it.
 }
 
 }  // namespace vorel

@@ -128,11 +128,10 @@ struct HandleRecord {
   HANDLE vendorHandle;  // vendor route
   uint32_t kind;        // HandleKind
   void* payload;        // crypto-library route; freed by kind with the record
-  const void* parent;   // the device or container handle it was made under
   std::mutex mutex;     // one operation at a time on the handle's state
 
-  HandleRecord(int32_t deviceType, uint32_t handleKind, const void* parentHandle = nullptr)
-      : type(deviceType), vendorHandle(nullptr), kind(handleKind), payload(nullptr), parent(parentHandle) {}
+  HandleRecord(int32_t deviceType, uint32_t handleKind)
+      : type(deviceType), vendorHandle(nullptr), kind(handleKind), payload(nullptr) {}
   ~HandleRecord();
   HandleRecord(const HandleRecord&) = delete;
   HandleRecord& operator=(const HandleRecord&) = delete;
@@ -171,20 +170,19 @@ std::shared_ptr<T> new_record(Args&&... args) {
   });
 }
 
-// parent: the handle of the record this one lives under (null for devices); false, with nothing
-// published, when the parent is no longer live.
-bool registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record, const void* parent);
+// Throws std::bad_alloc, with nothing published.
+void registry_publish(const void* handle, RecordKind kind, std::shared_ptr<void> record);
 std::shared_ptr<void> registry_find(const void* handle, RecordKind kind);
-// Takes the record, and every record published under it, out of the registry.
+// Takes the record out of the registry.
 void registry_retire(const void* handle);
 // At unload: every handle the caller left open is closed and the record memory goes back.
 void records_release();
 
-// Makes the record reachable through its address, the caller's handle. A record published under
-// a parent is closed with it; false when the parent was closed meanwhile. Throws std::bad_alloc.
+// Makes the record reachable through its address, the caller's handle. Every record lives until
+// its own handle is closed: a child keeps what it needs of its parent. Throws std::bad_alloc.
 template <class T>
-bool publish(const std::shared_ptr<T>& record, const void* parent = nullptr) {
-  return registry_publish(record.get(), T::kKind, record, parent);
+void publish(const std::shared_ptr<T>& record) {
+  registry_publish(record.get(), T::kKind, record);
 }
 
 // The live record of that kind behind a handle, or null: unknown, closed and other kinds alike.
@@ -196,8 +194,7 @@ std::shared_ptr<T> find_record(const void* handle) {
 inline std::shared_ptr<DeviceRecord> find_device(DEVHANDLE handle) { return find_record<DeviceRecord>(handle); }
 inline std::shared_ptr<HandleRecord> find_handle(HANDLE handle) { return find_record<HandleRecord>(handle); }
 
-// Closes a handle and the handles under it: the registry lets go of their records, whose memory
-// goes with the last reference.
+// Closes a handle: the registry lets go of its record, whose memory goes with the last reference.
 inline void retire(const void* handle) { registry_retire(handle); }
 
 }  // namespace vorel

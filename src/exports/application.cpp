@@ -27,7 +27,7 @@ ULONG DEVAPI SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR szAdmi
                                 &app->vendorApplication);
     if (rc != SAR_OK) return call.fail(rc);
     HAPPLICATION vendorApplication = app->vendorApplication;
-    return call.finish(publish_record(app, hDev, phApplication, [&dll, vendorApplication] {
+    return call.finish(publish_record(app, phApplication, [&dll, vendorApplication] {
       if (dll->SKF_CloseApplication) dll->SKF_CloseApplication(vendorApplication);
     }));
   });
@@ -62,8 +62,8 @@ ULONG DEVAPI SKF_OpenApplication(DEVHANDLE hDev, LPSTR szAppName, HAPPLICATION* 
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
-      return call.finish(open_vendor_application(call, *dll, *device, hDev, szAppName, phApplication));
-    return call.finish(open_application(*device, hDev, szAppName, phApplication));
+      return call.finish(open_vendor_application(call, *dll, *device, szAppName, phApplication));
+    return call.finish(open_application(*device, szAppName, phApplication));
   });
 }
 

@@ -90,8 +90,7 @@ ULONG DEVAPI SKF_RSAExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, RSAPU
     if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
       return call.forward(*dll, &SkfDll::SKF_RSAExportSessionKey, container->vendorContainer, ulAlgId, pPubKey, pbData,
                           pulDataLen, phSessionKey);
-    return call.finish(
-        rsa_export_session_key(call, *container, hContainer, ulAlgId, *pPubKey, pbData, pulDataLen, phSessionKey));
+    return call.finish(rsa_export_session_key(call, *container, ulAlgId, *pPubKey, pbData, pulDataLen, phSessionKey));
   });
 }
 
@@ -140,7 +139,7 @@ ULONG DEVAPI SKF_RSADecrypt(HCONTAINER hContainer, BOOL bSignFlag, BYTE* pbInput
     if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
       return call.finish(
           SKF_RSADecrypt_CallBack(call, *dll, *container, bSignFlag, pbInput, ulInputLen, pbOutput, pulOutputLen));
-    return call.finish(rsa_decrypt(call, *container, bSignFlag != 0, pbInput, ulInputLen, pbOutput, pulOutputLen));
+    return call.finish(rsa_decrypt(call, *container, pbInput, ulInputLen, pbOutput, pulOutputLen));
   });
 }
 
@@ -209,7 +208,7 @@ ULONG DEVAPI SKF_ECCExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, ECCPU
     if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
       return call.forward(*dll, &SkfDll::SKF_ECCExportSessionKey, container->vendorContainer, ulAlgId, pPubKey, pData,
                           phSessionKey);
-    return call.finish(ecc_export_session_key(call, *container, hContainer, ulAlgId, *pPubKey, pData, phSessionKey));
+    return call.finish(ecc_export_session_key(call, *container, ulAlgId, *pPubKey, pData, phSessionKey));
   });
 }
 
@@ -238,9 +237,9 @@ ULONG DEVAPI SKF_ExtECCDecrypt(DEVHANDLE hDev, ECCPRIVATEKEYBLOB* pECCPriKeyBlob
                                         sizeof(ECCPRIVATEKEYBLOB)) &&
                              call.pointer("pCipherText", pCipherText) &&
                              call.pointer("pulPlainTextLen", pulPlainTextLen));
-    log_cipher_blob(*pCipherText);
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
+    log_cipher_blob(*pCipherText);
     if (auto dll = vendor_module(device->type))
       return call.forward(*dll, &SkfDll::SKF_ExtECCDecrypt, device->vendorDevice, pECCPriKeyBlob, pCipherText,
                           pbPlainText, pulPlainTextLen);
@@ -288,9 +287,9 @@ ULONG DEVAPI SKF_ECCDecrypt(HCONTAINER hContainer, BOOL bSignFlag, PECCCIPHERBLO
   return run_export("SKF_ECCDecrypt", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hContainer", hContainer) && call.pointer("pCipherText", pCipherText) &&
                              call.pointer("pbData", pbData) && call.pointer("pdwDataLen", pdwDataLen));
-    log_cipher_blob(*pCipherText);
     auto container = find_record<ContainerRecord>(hContainer);
     if (!container) return call.invalid_handle("hContainer");
+    log_cipher_blob(*pCipherText);
     if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
       return call.finish(SKF_ECCDecrypt_CallBack(call, *dll, *container, bSignFlag, pCipherText, pbData, pdwDataLen));
     return call.finish(ecc_decrypt(call, *container, bSignFlag != 0, *pCipherText, pbData, pdwDataLen));

@@ -15,8 +15,8 @@ ULONG DEVAPI SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContainerNam
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
     if (auto dll = vendor_module(app->type))
-      return call.finish(open_vendor_container(call, *dll, &SkfDll::SKF_CreateContainer, app, hApplication,
-                                               szContainerName, phContainer));
+      return call.finish(
+          open_vendor_container(call, *dll, &SkfDll::SKF_CreateContainer, app, szContainerName, phContainer));
     return call.not_emulated();  // containers come from the token's key pairs
   });
 }
@@ -40,9 +40,9 @@ ULONG DEVAPI SKF_OpenContainer(HAPPLICATION hApplication, LPSTR szContainerName,
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
     if (auto dll = vendor_module(app->type))
-      return call.finish(open_vendor_container(call, *dll, &SkfDll::SKF_OpenContainer, app, hApplication,
-                                               szContainerName, phContainer));
-    return call.finish(open_container(call, app, hApplication, szContainerName, phContainer));
+      return call.finish(
+          open_vendor_container(call, *dll, &SkfDll::SKF_OpenContainer, app, szContainerName, phContainer));
+    return call.finish(open_container(call, app, szContainerName, phContainer));
   });
 }
 

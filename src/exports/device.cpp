@@ -88,8 +88,10 @@ ULONG DEVAPI SKF_LockDev(DEVHANDLE hDev, ULONG ulTimeOut) {
     VLOG_DEBUG(call.name(), "ulTimeOut : %d", static_cast<int>(ulTimeOut));
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
-    if (auto dll = vendor_module(device->type))
+    if (auto dll = vendor_module(device->type)) {
+      GateStepOut waiting;  // the vendor may wait for its holder, as lock_device does
       return call.forward(*dll, &SkfDll::SKF_LockDev, device->vendorDevice, ulTimeOut);
+    }
     return call.finish(lock_device(call, *device));
   });
 }

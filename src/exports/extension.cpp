@@ -1,6 +1,4 @@
 // The library's own exports: private-key decryption chosen by keySpec, configuration loading.
-#include <mutex>
-
 #include "core/config.h"
 #include "core/frame.h"
 
@@ -23,16 +21,13 @@ ULONG DEVAPI SKFEX_RSADecrypt(HCONTAINER hContainer, BYTE* pbInput, ULONG ulInpu
   });
 }
 
-namespace {
-// Two loads at once must not leave one's configuration with the other's modules.
-std::mutex g_load_mutex;
-}  // namespace
-
-// A failed load leaves the configuration and the vendor-module map as they were.
+// A load runs with the gate closed: no call is in flight while the modules are freed and loaded
+// again, and loads run one at a time. A failed load leaves the configuration and the
+// vendor-module map as they were.
 ULONG DEVAPI SKF_LoadConfigurationWithPath(LPSTR path) {
   return run_export("SKF_LoadConfigurationWithPath", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.string("path", path));
-    std::lock_guard<std::mutex> guard(g_load_mutex);
+    GateReload reload;
     if (!GetVorelSKFConfig().LoadWithPath(path)) return call.fail(SAR_FAIL);
     init_skf_set(GetSkfSet());
     return SAR_OK;
@@ -42,7 +37,7 @@ ULONG DEVAPI SKF_LoadConfigurationWithPath(LPSTR path) {
 ULONG DEVAPI SKF_LoadConfigurationWithContent(LPSTR content) {
   return run_export("SKF_LoadConfigurationWithContent", [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.string("content", content));
-    std::lock_guard<std::mutex> guard(g_load_mutex);
+    GateReload reload;
     if (!GetVorelSKFConfig().LoadWithContent(content)) return call.fail(SAR_FAIL);
     init_skf_set(GetSkfSet());
     return SAR_OK;

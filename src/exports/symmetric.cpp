@@ -49,9 +49,9 @@ ULONG DEVAPI SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYTE* pb
     if (!container) return call.invalid_handle("hContainer");
     int32_t type = static_cast<int32_t>(container->type);
     if (auto dll = vendor_module(type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_ImportSessionKey, type, kSessionKey, hContainer,
-                                            phKey, container->vendorContainer, ulAlgId, pbWrapedData, ulWrapedLen));
-    return call.finish(import_session_key(call, *container, hContainer, ulAlgId, pbWrapedData, ulWrapedLen, phKey));
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_ImportSessionKey, type, kSessionKey, phKey,
+                                            container->vendorContainer, ulAlgId, pbWrapedData, ulWrapedLen));
+    return call.finish(import_session_key(call, *container, ulAlgId, pbWrapedData, ulWrapedLen, phKey));
   });
 }
 
@@ -63,9 +63,9 @@ ULONG DEVAPI SKF_SetSymmKey(DEVHANDLE hDev, BYTE* pbKey, ULONG ulAlgID, HANDLE* 
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_SetSymmKey, device->type, kSessionKey, hDev, phKey,
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_SetSymmKey, device->type, kSessionKey, phKey,
                                             device->vendorDevice, pbKey, ulAlgID));
-    return call.finish(set_symm_key(*device, hDev, pbKey, ulAlgID, phKey));
+    return call.finish(set_symm_key(*device, pbKey, ulAlgID, phKey));
   });
 }
 
@@ -76,7 +76,7 @@ ULONG DEVAPI SKF_EncryptInit(HANDLE hKey, BLOCKCIPHERPARAM EncryptParam) {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("(unsigned char*)&EncryptParam", &EncryptParam,
                                                                   "sizeof(EncryptParam)", sizeof(EncryptParam)));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "CipherInit")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_EncryptInit, key->vendorHandle, EncryptParam);
     return call.finish(CipherInit(*key, EncryptParam, 1));
@@ -89,7 +89,7 @@ ULONG DEVAPI SKF_Encrypt(HANDLE hKey, BYTE* pbData, ULONG ulDataLen, BYTE* pbEnc
                              call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("pulEncryptedLen", pulEncryptedLen));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "Cipher")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_Encrypt, key->vendorHandle, pbData, ulDataLen, pbEncryptedData,
                           pulEncryptedLen);
@@ -104,7 +104,7 @@ ULONG DEVAPI SKF_EncryptUpdate(HANDLE hKey, BYTE* pbData, ULONG ulDataLen, BYTE*
                              call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("pulEncryptedLen", pulEncryptedLen));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "CipherUpdate")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_EncryptUpdate, key->vendorHandle, pbData, ulDataLen, pbEncryptedData,
                           pulEncryptedLen);
@@ -117,7 +117,7 @@ ULONG DEVAPI SKF_EncryptFinal(HANDLE hKey, BYTE* pbEncryptedData, ULONG* pulEncr
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.pointer("pbEncryptedData", pbEncryptedData) &&
                              call.pointer("ulEncryptedDataLen", pulEncryptedDataLen));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "CipherFinal")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_EncryptFinal, key->vendorHandle, pbEncryptedData, pulEncryptedDataLen);
     return call.finish(CipherFinal(*key, pbEncryptedData, pulEncryptedDataLen));
@@ -129,7 +129,7 @@ ULONG DEVAPI SKF_DecryptInit(HANDLE hKey, BLOCKCIPHERPARAM DecryptParam) {
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.bytes("(unsigned char*)&DecryptParam", &DecryptParam,
                                                                   "sizeof(DecryptParam)", sizeof(DecryptParam)));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "CipherInit")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_DecryptInit, key->vendorHandle, DecryptParam);
     return call.finish(CipherInit(*key, DecryptParam, 0));
@@ -142,7 +142,7 @@ ULONG DEVAPI SKF_Decrypt(HANDLE hKey, BYTE* pbEncryptedData, ULONG ulEncryptedLe
                              call.bytes("pbEncryptedData", pbEncryptedData, "ulEncryptedLen", ulEncryptedLen) &&
                              call.pointer("pbData", pbData) && call.pointer("pulDataLen", pulDataLen));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "Cipher")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_Decrypt, key->vendorHandle, pbEncryptedData, ulEncryptedLen, pbData,
                           pulDataLen);
@@ -157,7 +157,7 @@ ULONG DEVAPI SKF_DecryptUpdate(HANDLE hKey, BYTE* pbEncryptedData, ULONG ulEncry
                              call.bytes("pbEncryptedData", pbEncryptedData, "ulEncryptedLen", ulEncryptedLen) &&
                              call.pointer("pbData", pbData) && call.pointer("pulDataLen", pulDataLen));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "CipherUpdate")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_DecryptUpdate, key->vendorHandle, pbEncryptedData, ulEncryptedLen, pbData,
                           pulDataLen);
@@ -170,7 +170,7 @@ ULONG DEVAPI SKF_DecryptFinal(HANDLE hKey, BYTE* pbDecryptedData, ULONG* pulDecr
     VOREL_VALIDATE(call, call.pointer("hKey", hKey) && call.pointer("pbDecryptedData", pbDecryptedData) &&
                              call.pointer("pulDecryptedDataLen", pulDecryptedDataLen));
     std::shared_ptr<HandleRecord> key;
-    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
+    if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key, "CipherFinal")) return refused;
     if (auto dll = vendor_module(key->type))
       return call.forward(*dll, &SkfDll::SKF_DecryptFinal, key->vendorHandle, pbDecryptedData, pulDecryptedDataLen);
     return call.finish(CipherFinal(*key, pbDecryptedData, pulDecryptedDataLen));
@@ -184,9 +184,9 @@ ULONG DEVAPI SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB* pPu
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_DigestInit, device->type, kHash, hDev, phHash,
+      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_DigestInit, device->type, kHash, phHash,
                                             device->vendorDevice, ulAlgID, pPubKey, pucID, ulIDLen));
-    return call.finish(digest_init(call, *device, hDev, ulAlgID, pPubKey, pucID, ulIDLen, phHash));
+    return call.finish(digest_init(call, *device, ulAlgID, pPubKey, pucID, ulIDLen, phHash));
   });
 }
 
@@ -231,8 +231,8 @@ ULONG DEVAPI SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM* pMacParam, HANDLE* phMac
     std::shared_ptr<HandleRecord> key;
     if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_MacInit, key->type, kMac, key->parent, phMac,
-                                            key->vendorHandle, pMacParam));
+      return call.finish(
+          wrap_vendor_handle(call, *dll, &SkfDll::SKF_MacInit, key->type, kMac, phMac, key->vendorHandle, pMacParam));
     return call.finish(mac_init(call, *key, *pMacParam, phMac));
   });
 }

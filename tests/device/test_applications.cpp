@@ -272,21 +272,53 @@ TEST_F(Applications, CertificatesLandOnlyOnTheirOwnKeyPair) {
   EXPECT_EQ(exported(one, TRUE), s1);
 }
 
-// Closing a parent closes what was opened under it: the handles are refused, never used.
-TEST_F(Applications, ClosingAParentClosesItsChildren) {
-  HAPPLICATION app = open({{"s1", S, "S", nullptr}});
+// Every handle lives until it is closed itself: a container outlives its application, and an
+// application, keys and hashes outlive their device, each working with what it holds. Clients
+// close the application before its containers.
+TEST_F(Applications, HandlesOutliveTheirParents) {
+  HAPPLICATION app = open({{"s1", S, "S", nullptr}, {"s2", E, "S", nullptr}});
+  char pin[] = "12345678";
+  ULONG retries = 0, type = 0, state = 0;
+  ASSERT_EQ(SKF_VerifyPIN(app, USER_TYPE, pin, &retries), kOk);
   HCONTAINER c = open_container(app, "S");
-  ULONG type = 0, state = 0;
+  BYTE key[16] = {1, 2, 3}, block[16] = {}, out[64];
+  HANDLE k = nullptr, hash = nullptr, mac = nullptr;
+  ASSERT_EQ(SKF_SetSymmKey(dev_, key, SGD_SMS4_CBC, &k), kOk);
+  ASSERT_EQ(SKF_DigestInit(dev_, SGD_SM3, nullptr, nullptr, 0, &hash), kOk);
+  BLOCKCIPHERPARAM iv{};
+  iv.IVLen = 16;
+  ASSERT_EQ(SKF_MacInit(k, &iv, &mac), kOk);
+
   ASSERT_EQ(SKF_CloseApplication(app), kOk);
+  ASSERT_EQ(SKF_DisConnectDev(dev_), kOk);
+  connected_.clear();
+  ECCSIGNATUREBLOB sig;
+  ULONG len = sizeof out;
+  EXPECT_EQ(SKF_GetContainerType(c, &type), kOk);
+  EXPECT_EQ(type, 2u);
+  EXPECT_EQ(SKF_ECCSignData(c, block, 16, &sig), static_cast<ULONG>(SAR_INDATALENERR));  // reaches the key pair
+  EXPECT_EQ(SKF_ECCSignData(c, out, 32, &sig), kOk);
+  EXPECT_EQ(SKF_Digest(hash, block, 16, out, &len), kOk);
+  ASSERT_EQ(SKF_EncryptInit(k, iv), kOk);
+  len = sizeof out;
+  EXPECT_EQ(SKF_Encrypt(k, block, 16, out, &len), kOk);
+  ASSERT_EQ(SKF_CloseHandle(k), kOk);
+  len = sizeof out;
+  EXPECT_EQ(SKF_Mac(mac, block, 16, out, &len), kOk);
+  for (HANDLE h : {hash, mac}) EXPECT_EQ(SKF_CloseHandle(h), kOk);
+  EXPECT_EQ(SKF_CloseContainer(c), kOk);
   EXPECT_EQ(SKF_GetContainerType(c, &type), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
   EXPECT_EQ(SKF_CloseApplication(app), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
 
-  HAPPLICATION app2 = open_app(dev_);
-  HCONTAINER c2 = open_container(app2, "S");
-  ASSERT_EQ(SKF_DisConnectDev(dev_), kOk);
+  // An application whose device was disconnected keeps its PIN state.
+  DEVHANDLE dev = connect("3#T1");
+  HAPPLICATION app2 = open_app(dev);
+  ASSERT_EQ(SKF_VerifyPIN(app2, USER_TYPE, pin, &retries), kOk);
+  ASSERT_EQ(SKF_DisConnectDev(dev), kOk);
   connected_.clear();
-  EXPECT_EQ(SKF_GetSecureState(app2, &state), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
-  EXPECT_EQ(SKF_GetContainerType(c2, &type), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  EXPECT_EQ(SKF_GetSecureState(app2, &state), kOk);
+  EXPECT_EQ(state, 1u);  // the user PIN verified
+  EXPECT_EQ(SKF_CloseApplication(app2), kOk);
 }
 
 // Every export of applications, PINs, containers and certificates refuses a handle that is not

@@ -174,7 +174,7 @@ TEST_F(Asymmetric, Sm2EncryptionAgreesWithOpenssl) {
   for (int i = 1; i <= 20; ++i) {
     Bytes blob = ecc_cipher_blob(device_data("sm2ct" + std::to_string(i) + ".der"));
     Bytes expected = bytes(device_data("sm2pt" + std::to_string(i) + ".bin")), out(expected.size() + 16);
-    ULONG len = 0;
+    ULONG len = static_cast<ULONG>(out.size());
     ASSERT_EQ(SKF_ECCDecrypt(sm2_, FALSE, reinterpret_cast<ECCCIPHERBLOB*>(blob.data()), out.data(), &len), kOk) << i;
     out.resize(len);
     EXPECT_EQ(out, expected) << "plaintext " << i;
@@ -182,13 +182,46 @@ TEST_F(Asymmetric, Sm2EncryptionAgreesWithOpenssl) {
   Bytes blob = ecc_cipher_blob(device_data("sm2ct1.der"));
   auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(blob.data());
   BYTE out[256];
-  ULONG len = 0;
+  ULONG len = sizeof out;
   auto log = log_file();
   EXPECT_EQ(SKF_ECCDecrypt(sm2_, TRUE, ct, out, &len), static_cast<ULONG>(SAR_FAIL));  // the signing pair's key
   EXPECT_EQ(SKF_ECCDecrypt(alone_, FALSE, ct, out, &len), static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
   EXPECT_NE(log.since().find("Enc keypair null"), std::string::npos);
   ct->CipherLen = 0x7FFFFFFF;  // never read
   EXPECT_EQ(SKF_ECCDecrypt(sm2_, FALSE, ct, out, &len), static_cast<ULONG>(SAR_FAIL));
+}
+
+// Whoever made a ciphertext chose its plaintext's length: a buffer too small for it is left as it
+// was and told the size. The buffers are exactly their size, for the address sanitizer.
+TEST_F(Asymmetric, APlaintextLongerThanTheCallersBufferIsNotWritten) {
+  ECCPUBLICKEYBLOB pub = public_key<ECCPUBLICKEYBLOB>(sm2_, FALSE);
+  Bytes plain(1000, 0x5A), blob(sizeof(ECCCIPHERBLOB) + plain.size());
+  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(blob.data());
+  ASSERT_EQ(SKF_ExtECCEncrypt(dev_, &pub, plain.data(), 1000, ct), kOk);
+  const struct {
+    ULONG room;
+    bool extension;
+    ULONG rc;
+  } cases[] = {{16, false, SAR_BUFFER_TOO_SMALL},
+               {999, false, SAR_BUFFER_TOO_SMALL},
+               {1000, false, SAR_OK},
+               {16, true, SAR_BUFFER_TOO_SMALL},
+               {1000, true, SAR_OK}};
+  for (const auto& c : cases) {
+    Bytes out(c.room, 0xA5);
+    ULONG len = c.room;
+    auto log = log_file();
+    ULONG rc = c.extension ? SKFEX_ECCDecrypt(sm2_, 1, ct, out.data(), &len)
+                           : SKF_ECCDecrypt(sm2_, FALSE, ct, out.data(), &len);
+    EXPECT_EQ(rc, c.rc) << c.room;
+    EXPECT_EQ(len, 1000u);
+    if (rc == SAR_OK) {
+      EXPECT_EQ(out, plain);
+    } else {
+      EXPECT_EQ(out, Bytes(c.room, 0xA5)) << "a refused decryption wrote into the buffer";
+      EXPECT_NE(log.since().find("SKF_ECCDecrypt return: 0x0a000020"), std::string::npos);
+    }
+  }
 }
 
 TEST_F(Asymmetric, SessionKeysExportedForOpenssl) {
@@ -200,7 +233,7 @@ TEST_F(Asymmetric, SessionKeysExportedForOpenssl) {
   EXPECT_EQ(ct->CipherLen, 16u);
   // The container's own decryption gives the key back: the two encrypt alike.
   Bytes unwrapped(32);
-  ULONG len = 0;
+  ULONG len = 32;
   ASSERT_EQ(SKF_ECCDecrypt(sm2_, FALSE, ct, unwrapped.data(), &len), kOk);
   unwrapped.resize(len);
   std::string theirs;
@@ -281,13 +314,21 @@ TEST_F(Asymmetric, RsaAgreesWithOpenssl) {
   ASSERT_EQ(SKF_ExtRSAPriKeyOperation(dev_, &priv, lax.data(), 128, out.data(), &len), kOk);
   EXPECT_EQ(SKF_RSAVerify(dev_, &r1, msg.data(), 20, out.data(), len), static_cast<ULONG>(SAR_FAIL));
 
-  // Key transport: openssl's wrapping decrypts; the input must be the key's size.
+  // Key transport: openssl's wrapping to the encryption pair decrypts, whichever pair the caller
+  // names; the input must be the key's size.
   Bytes wrapped = bytes(device_data("key16.r1.bin"));
-  len = 0;
-  ASSERT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 128, nullptr, &len), kOk);
-  EXPECT_EQ(len, 16u);
-  ASSERT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 128, out.data(), &len), kOk);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + len), unhex("0123456789abcdeffedcba9876543210"));
+  const std::function<ULONG(BYTE*, ULONG*)> decryptions[] = {
+      [&](BYTE* o, ULONG* l) { return SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 128, o, l); },
+      [&](BYTE* o, ULONG* l) { return SKF_RSADecrypt(rsa_, TRUE, wrapped.data(), 128, o, l); },
+      [&](BYTE* o, ULONG* l) { return SKFEX_RSADecrypt(rsa_, wrapped.data(), 128, o, l, 2); },
+  };
+  for (const auto& decrypt : decryptions) {
+    len = 0;
+    ASSERT_EQ(decrypt(nullptr, &len), kOk);
+    EXPECT_EQ(len, 16u);
+    ASSERT_EQ(decrypt(out.data(), &len), kOk);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + len), unhex("0123456789abcdeffedcba9876543210"));
+  }
   EXPECT_EQ(SKF_RSADecrypt(rsa_, FALSE, wrapped.data(), 127, out.data(), &len), static_cast<ULONG>(SAR_INDATALENERR));
   EXPECT_EQ(SKF_RSADecrypt(alone_, FALSE, wrapped.data(), 128, out.data(), &len),
             static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
@@ -345,6 +386,7 @@ TEST_F(Asymmetric, WhatEmulatedDevicesDoNotDo) {
     const char* what;
     std::function<ULONG()> call;
     ULONG rc;
+    const char* line = nullptr;
   } cases[] = {
       {"SKF_GenRSAKeyPair", [&] { return SKF_GenRSAKeyPair(rsa_, 1024, &rsaBlob); }, SAR_NOT_EMULATED},
       {"SKF_ImportRSAKeyPair", [&] { return SKF_ImportRSAKeyPair(rsa_, SGD_SMS4_ECB, buf, 16, buf, 16); },
@@ -361,10 +403,18 @@ TEST_F(Asymmetric, WhatEmulatedDevicesDoNotDo) {
       {"SKF_GenerateKeyWithECC", [&] { return SKF_GenerateKeyWithECC(nullptr, nullptr, nullptr, nullptr, 0, nullptr); },
        SAR_NOT_EMULATED},
       // No key pair is made from a caller's private key.
-      {"SKF_ExtECCSign", [&] { return SKF_ExtECCSign(dev_, &priv, buf, 32, &sig); }, SAR_FAIL},
-      {"SKF_ExtECCDecrypt", [&] { return SKF_ExtECCDecrypt(dev_, &priv, ct, buf, &len); }, SAR_FAIL},
+      {"SKF_ExtECCSign", [&] { return SKF_ExtECCSign(dev_, &priv, buf, 32, &sig); }, SAR_FAIL,
+       "[ERROR] [SKF_ExtECCSign] SKF_ExtECCSign fail, error : 0x0a000001"},
+      {"SKF_ExtECCDecrypt", [&] { return SKF_ExtECCDecrypt(dev_, &priv, ct, buf, &len); }, SAR_FAIL,
+       "[ERROR] [SKF_ExtECCDecrypt] SKF_ExtECCDecrypt fail, error : 0x0a000001"},
   };
-  for (const auto& c : cases) EXPECT_EQ(c.call(), c.rc) << c.what;
+  for (const auto& c : cases) {
+    auto log = log_file();
+    EXPECT_EQ(c.call(), c.rc) << c.what;
+    if (c.line) {
+      EXPECT_NE(log.since().find(c.line), std::string::npos) << c.what;
+    }
+  }
   priv.BitLen = 255;
   auto log = log_file();
   EXPECT_EQ(SKF_ExtECCSign(dev_, &priv, buf, 32, &sig), static_cast<ULONG>(SAR_INVALIDPARAMERR));

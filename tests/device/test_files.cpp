@@ -351,6 +351,12 @@ TEST_F(VendorFiles, TheMasterFileAndContentsAreTheVendorsFiles) {
   EXPECT_EQ(trace(), readMaster + "Read 4353 1 4 4\n");
   EXPECT_EQ(got, std::string("\0xyz", 4));
   EXPECT_EQ(vendor_->last("SKF_ReadFile").at(0), vapp_);
+  // A length beyond what the buffer holds never reaches the caller.
+  vendor_->read_reports_file_size(true);
+  auto overclaim = log_file();
+  EXPECT_EQ(read("two", 1, 4), static_cast<ULONG>(SAR_FAIL));
+  EXPECT_NE(overclaim.since().find("the vendor read 10 bytes into a buffer of 4"), std::string::npos);
+  vendor_->read_reports_file_size(false);
   EXPECT_EQ(read("doc", 0, 4), static_cast<ULONG>(SAR_USER_NOT_LOGGED_IN));
   EXPECT_EQ(names(), (Names{"doc", "two"}));
   FILEATTRIBUTE i;

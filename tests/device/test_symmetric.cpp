@@ -104,7 +104,9 @@ TEST_F(Symmetric, CiphersAgreeWithOpenssl) {
 
 TEST_F(Symmetric, CipherRules) {
   HANDLE cbc = key(SGD_SMS4_CBC), desCbc = key(SGD_DES_CBC), ecb = key(SGD_SMS4_ECB);
+  auto helperLog = log_file();
   EXPECT_EQ(SKF_EncryptInit(cbc, param(0, nullptr)), static_cast<ULONG>(SAR_FAIL));  // a CBC key needs its IV
+  EXPECT_NE(helperLog.since().find("[CipherInit] CipherInit return: 0x0a000001"), std::string::npos);
   EXPECT_EQ(SKF_EncryptInit(desCbc, param(0, nullptr)), kOk);                        // except DES
   // Any PaddingType but 0 pads.
   Bytes plain = bytes(device_data("plain.bin"));
@@ -139,14 +141,27 @@ TEST_F(Symmetric, CipherRules) {
     const char* what;
     std::function<ULONG()> call;
     ULONG rc;
+    const char* line;  // the helper's own return line, where one is written
   } refused[] = {
-      {"a hash handle as key", [&] { return SKF_EncryptInit(hash, param(1)); }, SAR_FAIL},
-      {"a hash handle to encrypt", [&] { return SKF_Encrypt(hash, plain.data(), 16, out, &len); }, SAR_FAIL},
-      {"a null output", [&] { return SKF_Decrypt(ecb, plain.data(), 16, nullptr, &len); }, SAR_INVALIDHANDLEERR},
-      {"a null length", [&] { return SKF_EncryptFinal(ecb, out, nullptr); }, SAR_INVALIDHANDLEERR},
-      {"a device handle", [&] { return SKF_EncryptUpdate(dev_, plain.data(), 16, out, &len); }, SAR_INVALIDHANDLEERR},
+      {"a hash handle as key", [&] { return SKF_EncryptInit(hash, param(1)); }, SAR_FAIL,
+       "CipherInit return: 0x0a000001"},
+      {"a hash handle to encrypt", [&] { return SKF_Encrypt(hash, plain.data(), 16, out, &len); }, SAR_FAIL,
+       "[Cipher] Cipher return: 0x0a000001"},
+      {"a hash handle to finish", [&] { return SKF_DecryptFinal(hash, out, &len); }, SAR_FAIL,
+       "CipherFinal return: 0x0a000001"},
+      {"a null output", [&] { return SKF_Decrypt(ecb, plain.data(), 16, nullptr, &len); }, SAR_INVALIDHANDLEERR,
+       nullptr},
+      {"a null length", [&] { return SKF_EncryptFinal(ecb, out, nullptr); }, SAR_INVALIDHANDLEERR, nullptr},
+      {"a device handle", [&] { return SKF_EncryptUpdate(dev_, plain.data(), 16, out, &len); }, SAR_INVALIDHANDLEERR,
+       nullptr},
   };
-  for (const auto& r : refused) EXPECT_EQ(r.call(), r.rc) << r.what;
+  for (const auto& r : refused) {
+    auto log = log_file();
+    EXPECT_EQ(r.call(), r.rc) << r.what;
+    if (r.line) {
+      EXPECT_NE(log.since().find(r.line), std::string::npos) << r.what;
+    }
+  }
 }
 
 TEST_F(Symmetric, KeysFromTheCaller) {

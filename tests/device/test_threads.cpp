@@ -413,6 +413,28 @@ TEST_F(Threads, AWaiterForTheDeviceLockIsReleasedWhenTheDeviceIsDisconnected) {
   EXPECT_EQ(waited.load(), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
 }
 
+// A reload waits for the calls in flight, but a thread waiting for the device lock is not one of
+// them: its holder's SKF_UnlockDev would be held at the door the reload closed.
+TEST_F(Threads, AReloadDoesNotWaitForAWaiterForTheDeviceLock) {
+  DEVHANDLE dev = connect("3#TH");
+  ASSERT_EQ(SKF_LockDev(dev, 0), kOk);
+  std::atomic<ULONG> waited{0xFFFFFFFF};
+  Watchdog watchdog("a reload beside a waiter for the device lock", 60);
+  std::thread waiter([&] {
+    waited = SKF_LockDev(dev, 0);
+    SKF_UnlockDev(dev);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  auto start = std::chrono::steady_clock::now();
+  char json[] = R"({"devices":[{"type":3}]})";
+  EXPECT_EQ(SKF_LoadConfigurationWithContent(json), kOk);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  EXPECT_EQ(waited.load(), 0xFFFFFFFFu) << "the lock was not held";
+  EXPECT_EQ(SKF_UnlockDev(dev), kOk);
+  waiter.join();
+  EXPECT_EQ(waited.load(), kOk);
+}
+
 // Loading the configuration again while calls run changes none of their answers.
 TEST_F(Threads, ReloadingTheConfigurationUnderRunningCallsChangesNoAnswer) {
   const std::string json = R"({"devices":[{"name":"EMULATED","type":3},)" + vendor_entry(7) + "]}";

@@ -110,15 +110,19 @@ TEST_F(VendorDevices, ConnectingTheFirstDeviceAsksTheVendorsList) {
   EXPECT_EQ(SKF_ConnectDev(first, &h), static_cast<ULONG>(SAR_DEVICE_REMOVED));
   EXPECT_EQ(vendor_->calls("SKF_ConnectDev"), 0);
   vendor_->answer("SKF_EnumDev", 0x0B000300);
+  auto log = log_file();
   EXPECT_EQ(SKF_ConnectDev(first, &h), 0x0B000300u);
   EXPECT_EQ(h, nullptr);
+  EXPECT_NE(log.since().find("[SKF_ConnectDev] SKF_EnumDev fail, error : 0x0b000300"), std::string::npos);
 }
 
 TEST_F(VendorDevices, AConnectionThatCannotBeCompletedIsClosedAtTheVendor) {
   vendor_->answer("SKF_GetDevInfo", 0x0B000400);
   char name[] = "7#FIXTURE0";
   DEVHANDLE h = nullptr;
+  auto log = log_file();
   EXPECT_EQ(SKF_ConnectDev(name, &h), 0x0B000400u);
+  EXPECT_NE(log.since().find("[SKF_ConnectDev] SKF_GetDevInfo fail, error : 0x0b000400"), std::string::npos);
   EXPECT_EQ(h, nullptr);
   EXPECT_EQ(vendor_->calls("SKF_DisConnectDev"), 1);
   EXPECT_EQ(vendor_->last("SKF_DisConnectDev"), std::vector<uint64_t>{vendor_->last("SKF_GetDevInfo").at(0)});

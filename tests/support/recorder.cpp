@@ -26,6 +26,7 @@ Recorder::Recorder(const std::string& modulePath) : module_(vorel::platform::dso
   bind(module_, "fixture_file_trace", file_trace_);
   bind(module_, "fixture_file", file_);
   bind(module_, "fixture_remove_file", remove_file_);
+  bind(module_, "fixture_read_reports_file_size", read_reports_file_size_);
   reset_();
 }
 

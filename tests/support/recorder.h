@@ -39,6 +39,8 @@ class Recorder {
   std::string file_trace() const;
   std::optional<std::vector<unsigned char>> file(const char* name) const;
   void remove_file(const char* name) const { remove_file_(name); }
+  // SKF_ReadFile reports the file's size instead of what it read.
+  void read_reports_file_size(bool on) const { read_reports_file_size_(on ? TRUE : FALSE); }
 
  private:
   void* module_;
@@ -52,6 +54,7 @@ class Recorder {
   int (*file_trace_)(char*, int);
   int (*file_)(const char*, unsigned char*, int);
   void (*remove_file_)(const char*);
+  void (*read_reports_file_size_)(BOOL);
 };
 
 inline uint64_t arg(const void* p) { return reinterpret_cast<uintptr_t>(p); }

@@ -16,7 +16,7 @@ ULONG enum_applications(LPSTR list, ULONG* size) {
   return rc;
 }
 
-ULONG open_application(const DeviceRecord& device, DEVHANDLE hDev, const char* name, HAPPLICATION* out) {
+ULONG open_application(const DeviceRecord& device, const char* name, HAPPLICATION* out) {
   if (std::strcmp(name, kApplicationName) != 0) return SAR_APPLICATION_NAME_INVALID;
   auto app = new_record<ApplicationRecord>(static_cast<uint32_t>(device.type));
   VOREL_DEVICE* dup = nullptr;
@@ -28,16 +28,16 @@ ULONG open_application(const DeviceRecord& device, DEVHANDLE hDev, const char* n
     if (keypair && addKeypairToContainer(*app, keypair.get())) keypair.release();
   }
   SortContainers(*app);
-  return publish_record(app, hDev, out);
+  return publish_record(app, out);
 }
 
-ULONG open_vendor_application(const ExportCall& call, const SkfDll& dll, const DeviceRecord& device, DEVHANDLE hDev,
-                              LPSTR name, HAPPLICATION* out) {
+ULONG open_vendor_application(const ExportCall& call, const SkfDll& dll, const DeviceRecord& device, LPSTR name,
+                              HAPPLICATION* out) {
   auto app = new_record<ApplicationRecord>(static_cast<uint32_t>(device.type));
   ULONG rc = call.vendor_call(dll, &SkfDll::SKF_OpenApplication, device.vendorDevice, name, &app->vendorApplication);
   if (rc != SAR_OK) return rc;
   HAPPLICATION vendorApplication = app->vendorApplication;
-  return publish_record(app, hDev, out, [&dll, vendorApplication] {
+  return publish_record(app, out, [&dll, vendorApplication] {
     if (dll.SKF_CloseApplication) dll.SKF_CloseApplication(vendorApplication);
   });
 }

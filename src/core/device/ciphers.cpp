@@ -6,21 +6,23 @@ namespace vorel {
 
 namespace {
 
-// The key of a key handle, or null with the helper's failure logged.
-SymmKeyRecord* key_of(HandleRecord& handle, const char* helper) {
-  auto* key = handle.kind == kSessionKey ? static_cast<SymmKeyRecord*>(handle.payload) : nullptr;
-  if (!key) VLOG_ERROR(helper, "%s return: 0x%08x", helper, SAR_FAIL);
-  return key;
+// The key of a key handle, or null.
+SymmKeyRecord* key_of(HandleRecord& handle) {
+  return handle.kind == kSessionKey ? static_cast<SymmKeyRecord*>(handle.payload) : nullptr;
+}
+
+// Each helper writes its own return line for any failure, as the export writes its own.
+ULONG logged(const char* helper, ULONG rc) {
+  if (rc != SAR_OK) VLOG_ERROR(helper, "%s return: 0x%08x", helper, rc);
+  return rc;
 }
 
 // The size reported before anything is processed: whole blocks of the input and one more.
 ULONG size_bound(ULONG inLen) { return (inLen & ~0xFu) + 16; }
 
-}  // namespace
-
-ULONG CipherInit(HandleRecord& handle, const BLOCKCIPHERPARAM& param, int encrypt) {
+ULONG cipher_init(HandleRecord& handle, const BLOCKCIPHERPARAM& param, int encrypt) {
   std::lock_guard<std::mutex> guard(handle.mutex);
-  SymmKeyRecord* key = key_of(handle, "CipherInit");
+  SymmKeyRecord* key = key_of(handle);
   if (!key) return SAR_FAIL;
   key->finalDone = 0;
   key->finalLen = 0;
@@ -55,9 +57,9 @@ ULONG CipherInit(HandleRecord& handle, const BLOCKCIPHERPARAM& param, int encryp
   return SAR_OK;
 }
 
-ULONG CipherUpdate(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG* outLen) {
+ULONG cipher_update(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG* outLen) {
   std::lock_guard<std::mutex> guard(handle.mutex);
-  SymmKeyRecord* key = key_of(handle, "CipherUpdate");
+  SymmKeyRecord* key = key_of(handle);
   if (!key) return SAR_FAIL;
   if (!out) {
     *outLen = size_bound(inLen);
@@ -78,9 +80,9 @@ ULONG CipherUpdate(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out,
   return SAR_OK;
 }
 
-ULONG Cipher(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG* outLen) {
+ULONG cipher_once(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG* outLen) {
   std::lock_guard<std::mutex> guard(handle.mutex);
-  SymmKeyRecord* key = key_of(handle, "Cipher");
+  SymmKeyRecord* key = key_of(handle);
   if (!key) return SAR_FAIL;
   if (!in) return SAR_INVALIDPARAMERR;
   if (!out) {
@@ -109,9 +111,9 @@ ULONG Cipher(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG
   return SAR_OK;
 }
 
-ULONG CipherFinal(HandleRecord& handle, BYTE* out, ULONG* outLen) {
+ULONG cipher_final(HandleRecord& handle, BYTE* out, ULONG* outLen) {
   std::lock_guard<std::mutex> guard(handle.mutex);
-  SymmKeyRecord* key = key_of(handle, "CipherFinal");
+  SymmKeyRecord* key = key_of(handle);
   if (!key) return SAR_FAIL;
   if (!key->finalDone) {
     unsigned char* raw = nullptr;
@@ -129,6 +131,24 @@ ULONG CipherFinal(HandleRecord& handle, BYTE* out, ULONG* outLen) {
     key->finalDone = 1;
   }
   return put_bytes(key->finalBlock, key->finalLen, out, outLen);
+}
+
+}  // namespace
+
+ULONG CipherInit(HandleRecord& handle, const BLOCKCIPHERPARAM& param, int encrypt) {
+  return logged("CipherInit", cipher_init(handle, param, encrypt));
+}
+
+ULONG CipherUpdate(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG* outLen) {
+  return logged("CipherUpdate", cipher_update(handle, in, inLen, out, outLen));
+}
+
+ULONG Cipher(HandleRecord& handle, const BYTE* in, ULONG inLen, BYTE* out, ULONG* outLen) {
+  return logged("Cipher", cipher_once(handle, in, inLen, out, outLen));
+}
+
+ULONG CipherFinal(HandleRecord& handle, BYTE* out, ULONG* outLen) {
+  return logged("CipherFinal", cipher_final(handle, out, outLen));
 }
 
 }  // namespace vorel

@@ -185,8 +185,8 @@ ULONG enum_containers(ApplicationRecord& app, LPSTR list, ULONG* size) {
   return put_bytes(names.c_str(), names.size() + 1, list, size);
 }
 
-ULONG open_container(const ExportCall& call, const std::shared_ptr<ApplicationRecord>& app, HAPPLICATION hApp,
-                     const char* name, HCONTAINER* out) {
+ULONG open_container(const ExportCall& call, const std::shared_ptr<ApplicationRecord>& app, const char* name,
+                     HCONTAINER* out) {
   const ContainerRecord* found = nullptr;
   for (const auto& slot : app->containers) {
     if (slot && std::strcmp(slot->name, name) == 0) {
@@ -210,7 +210,7 @@ ULONG open_container(const ExportCall& call, const std::shared_ptr<ApplicationRe
   dup = nullptr;
   if (found->encKeypair && VorelPKICryptoDupKeypair(found->encKeypair.get(), &dup) == VOREL_OK)
     record->encKeypair.reset(dup);
-  return publish_record(record, hApp, out);
+  return publish_record(record, out);
 }
 
 ULONG container_type(const ExportCall& call, const ContainerRecord& container, ULONG* type) {

@@ -20,23 +20,22 @@ void SortContainers(ApplicationRecord& app);
 ULONG enum_containers(ApplicationRecord& app, LPSTR list, ULONG* size);
 // A new container handle under the application for the container of exactly that name, holding
 // its own references to the key pairs and no certificates.
-ULONG open_container(const ExportCall& call, const std::shared_ptr<ApplicationRecord>& app, HAPPLICATION hApp,
-                     const char* name, HCONTAINER* out);
+ULONG open_container(const ExportCall& call, const std::shared_ptr<ApplicationRecord>& app, const char* name,
+                     HCONTAINER* out);
 // 1 for RSA, 2 for SM2 containers.
 ULONG container_type(const ExportCall& call, const ContainerRecord& container, ULONG* type);
 // On the vendor route: a container the vendor opened or created (entry), wrapped in a new handle
 // under the application; the vendor's container is closed again if the handle cannot be made.
 template <class Fn>
 ULONG open_vendor_container(const ExportCall& call, const SkfDll& dll, Fn SkfDll::*entry,
-                            const std::shared_ptr<ApplicationRecord>& app, HAPPLICATION hApp, LPSTR name,
-                            HCONTAINER* out) {
+                            const std::shared_ptr<ApplicationRecord>& app, LPSTR name, HCONTAINER* out) {
   auto record = new_record<ContainerRecord>();
   record->app = app;
   record->type = app->type;
   ULONG rc = call.vendor_call(dll, entry, app->vendorApplication, name, &record->vendorContainer);
   if (rc != SAR_OK) return rc;
   HCONTAINER vendorContainer = record->vendorContainer;
-  return publish_record(record, hApp, out, [&dll, vendorContainer] {
+  return publish_record(record, out, [&dll, vendorContainer] {
     if (dll.SKF_CloseContainer) dll.SKF_CloseContainer(vendorContainer);
   });
 }

@@ -62,7 +62,7 @@ ULONG connect_vendor(const ExportCall& call, const SkfDll& dll, int32_t type, st
   if (own == "?") {
     char list[1024] = {};
     ULONG size = sizeof list;
-    ULONG rc = call.vendor_call(dll, &SkfDll::SKF_EnumDev, TRUE, list, &size);
+    ULONG rc = call.vendor_call_named("SKF_EnumDev", dll, &SkfDll::SKF_EnumDev, TRUE, list, &size);
     if (rc != SAR_OK) return rc;
     list[sizeof list - 1] = '\0';
     if (size == 0 || list[0] == '\0') return SAR_DEVICE_REMOVED;
@@ -75,13 +75,13 @@ ULONG connect_vendor(const ExportCall& call, const SkfDll& dll, int32_t type, st
   auto close = [&dll, vendorDevice] {
     if (dll.SKF_DisConnectDev) dll.SKF_DisConnectDev(vendorDevice);
   };
-  rc = call.vendor_call(dll, &SkfDll::SKF_GetDevInfo, vendorDevice, &record->devInfo);
+  rc = call.vendor_call_named("SKF_GetDevInfo", dll, &SkfDll::SKF_GetDevInfo, vendorDevice, &record->devInfo);
   if (rc != SAR_OK) {
     close();
     return rc;
   }
   record->vendorDevice = vendorDevice;
-  return publish_record(record, nullptr, out, close);
+  return publish_record(record, out, close);
 }
 
 ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& own, DEVHANDLE* out) {
@@ -115,7 +115,7 @@ ULONG connect_emulated(const ExportCall& call, int32_t type, const std::string& 
     }
   }
   GetDeviceInfoFromVorelCrypto(*record);
-  return publish_record(record, nullptr, out);
+  return publish_record(record, out);
 }
 
 ULONG disconnect(const ExportCall& call, const std::shared_ptr<DeviceRecord>& device, DEVHANDLE handle) {
@@ -219,6 +219,7 @@ void get_device_info(DeviceRecord& device, DEVINFO* out) {
 ULONG set_label(DeviceRecord& device, const char* label) {
   std::lock_guard<std::mutex> guard(device.infoMutex);
   if (strnlen(label, sizeof device.devInfo.Label) >= sizeof device.devInfo.Label) return SAR_NAMELENERR;
+  std::memset(device.devInfo.Label, 0, sizeof device.devInfo.Label);  // no tail of a longer label stays
   copy_text(device.devInfo.Label, sizeof device.devInfo.Label, label);
   return SAR_OK;
 }
@@ -239,7 +240,12 @@ std::shared_ptr<DeviceLock> lock_of(const ExportCall& call, DeviceRecord& device
 ULONG lock_device(const ExportCall& call, DeviceRecord& device) {
   std::shared_ptr<DeviceLock> lock = lock_of(call, device);
   if (!lock) return SAR_FAIL;
-  if (!lock->enter()) {
+  bool entered;
+  {
+    GateStepOut waiting;  // the holder's SKF_UnlockDev must get past a reload's closed gate
+    entered = lock->enter();
+  }
+  if (!entered) {
     VLOG_ERROR(call.name(), "the device was disconnected while this call waited for its lock");
     return SAR_INVALIDHANDLEERR;
   }

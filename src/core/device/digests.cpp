@@ -90,9 +90,9 @@ bool ComputeZ(VOREL_DEVICE* device, const ECCPUBLICKEYBLOB& publicKey, const BYT
   return true;
 }
 
-ULONG digest_init(const ExportCall& call, const DeviceRecord& device, DEVHANDLE hDev, ULONG algId,
-                  const ECCPUBLICKEYBLOB* publicKey, const BYTE* id, ULONG idLen, HANDLE* out) {
-  auto record = new_record<HandleRecord>(device.type, kHash, hDev);
+ULONG digest_init(const ExportCall& call, const DeviceRecord& device, ULONG algId, const ECCPUBLICKEYBLOB* publicKey,
+                  const BYTE* id, ULONG idLen, HANDLE* out) {
+  auto record = new_record<HandleRecord>(device.type, kHash);
   int alg = hash_of(algId);
   if (!alg) {
     VLOG_ERROR(call.name(), "ulAlgID 0x%08x is no hash algorithm", algId);
@@ -118,7 +118,7 @@ ULONG digest_init(const ExportCall& call, const DeviceRecord& device, DEVHANDLE 
       return SAR_FAIL;
     }
   }
-  return publish_record(record, hDev, out);
+  return publish_record(record, out);
 }
 
 ULONG digest_update(const ExportCall& call, HandleRecord& handle, const BYTE* data, ULONG len) {

@@ -10,8 +10,8 @@ namespace vorel {
 bool ComputeZ(VOREL_DEVICE* device, const ECCPUBLICKEYBLOB& publicKey, const BYTE* id, ULONG idLen,
               UniquePtr<unsigned char>& z, std::size_t& zLen);
 // A hash handle under the device; SM3 with a public key starts with Z of it and the identity.
-ULONG digest_init(const ExportCall& call, const DeviceRecord& device, DEVHANDLE hDev, ULONG algId,
-                  const ECCPUBLICKEYBLOB* publicKey, const BYTE* id, ULONG idLen, HANDLE* out);
+ULONG digest_init(const ExportCall& call, const DeviceRecord& device, ULONG algId, const ECCPUBLICKEYBLOB* publicKey,
+                  const BYTE* id, ULONG idLen, HANDLE* out);
 ULONG digest_update(const ExportCall& call, HandleRecord& handle, const BYTE* data, ULONG len);
 // The digest of what was hashed, with the size contract answered before anything is hashed.
 ULONG digest_final(const ExportCall& call, HandleRecord& handle, BYTE* out, ULONG* outLen);

@@ -129,14 +129,12 @@ ULONG ecc_decrypt(const ExportCall& call, const ContainerRecord& container, bool
   int rc = VorelPKICryptoPrivateKeyDecrypt(pair, VOREL_MECH_SM2_ENCRYPT, nullptr, text.data(), text.size(),
                                            &plain.bytes, &plain.len);
   if (rc != VOREL_OK) return call.crypto_failed("VorelPKICryptoPrivateKeyDecrypt", rc);
-  // No capacity to compare: the caller's buffer holds the CipherLen bytes a plaintext has.
-  if (plain.len) std::memcpy(out, plain.bytes, plain.len);
-  *outLen = static_cast<ULONG>(plain.len);
-  return SAR_OK;
+  // The sender chooses the plaintext's length: a buffer too small for it gets nothing but the size.
+  return put_bytes(plain.bytes, plain.len, out, outLen);
 }
 
-ULONG ecc_export_session_key(const ExportCall& call, const ContainerRecord& container, HCONTAINER hContainer,
-                             ULONG algId, const ECCPUBLICKEYBLOB& blob, ECCCIPHERBLOB* out, HANDLE* key) {
+ULONG ecc_export_session_key(const ExportCall& call, const ContainerRecord& container, ULONG algId,
+                             const ECCPUBLICKEYBLOB& blob, ECCCIPHERBLOB* out, HANDLE* key) {
   if (!out || !key) {
     VLOG_ERROR(call.name(), "pData and phSessionKey must not be null");
     return SAR_INVALIDPARAMERR;
@@ -155,8 +153,7 @@ ULONG ecc_export_session_key(const ExportCall& call, const ContainerRecord& cont
   if (result == SAR_OK && !cipher_text_to_blob(ct.bytes, ct.len, out)) result = SAR_FAIL;
   // The key handle is made last, so that a failure leaves none behind.
   if (result == SAR_OK) {
-    result =
-        GenSymKey(call, container.cryptoDevice, static_cast<int32_t>(container.type), hContainer, algId, random, key);
+    result = GenSymKey(call, container.cryptoDevice, static_cast<int32_t>(container.type), algId, random, key);
     if (result != SAR_OK) VLOG_ERROR(call.name(), "GenSymKey Fail");
   }
   vorel_cleanse(random, sizeof random);
@@ -170,6 +167,7 @@ ULONG ext_ecc_private(const ExportCall& call, const ECCPRIVATEKEYBLOB& blob) {
   }
   // No key pair is made from a caller's private key: the operation is refused.
   ToSM2Keyapir(blob.PrivateKey + 32, 32);
+  VLOG_ERROR(call.name(), "%s fail, error : 0x%08x", call.name(), SAR_FAIL);
   return SAR_FAIL;
 }
 

@@ -28,8 +28,8 @@ ULONG ecc_encrypt(const ExportCall& call, const ECCPUBLICKEYBLOB& blob, const BY
 ULONG ecc_decrypt(const ExportCall& call, const ContainerRecord& container, bool sign, const ECCCIPHERBLOB& in,
                   BYTE* out, ULONG* outLen);
 // A new session key wrapped for the blob's key into out; its handle under the container.
-ULONG ecc_export_session_key(const ExportCall& call, const ContainerRecord& container, HCONTAINER hContainer,
-                             ULONG algId, const ECCPUBLICKEYBLOB& blob, ECCCIPHERBLOB* out, HANDLE* key);
+ULONG ecc_export_session_key(const ExportCall& call, const ContainerRecord& container, ULONG algId,
+                             const ECCPUBLICKEYBLOB& blob, ECCCIPHERBLOB* out, HANDLE* key);
 // SKF_ExtECCSign and SKF_ExtECCDecrypt: a private-key blob of 256 bits, for which no key pair
 // is made (SAR_FAIL).
 ULONG ext_ecc_private(const ExportCall& call, const ECCPRIVATEKEYBLOB& blob);

@@ -63,7 +63,7 @@ bool size_answered(BYTE* out, ULONG* outLen, ULONG* rc) {
 }  // namespace
 
 ULONG mac_init(const ExportCall& call, HandleRecord& key, const BLOCKCIPHERPARAM& param, HANDLE* out) {
-  auto record = new_record<HandleRecord>(key.type, kMac, key.parent);
+  auto record = new_record<HandleRecord>(key.type, kMac);
   std::lock_guard<std::mutex> guard(key.mutex);
   auto* symm = key.kind == kSessionKey ? static_cast<SymmKeyRecord*>(key.payload) : nullptr;
   if (!symm) {
@@ -93,7 +93,7 @@ ULONG mac_init(const ExportCall& call, HandleRecord& key, const BLOCKCIPHERPARAM
     VLOG_ERROR(call.name(), "VorelPKICryptoCipherSetPadding fail, error : %d", rc);
     return SAR_FAIL;
   }
-  return publish_record(record, key.parent, out);
+  return publish_record(record, out);
 }
 
 ULONG mac_update(const ExportCall& call, HandleRecord& handle, const BYTE* data, ULONG len) {

@@ -92,8 +92,9 @@ class CryptoStore : public FileStore {
 
   ULONG delete_contents(int slot) override {
     int rc = VorelPKICryptoDeleteData(device_, id(slot));
-    if (rc == VOREL_ERR_NOT_FOUND) return SAR_FILE_NOT_EXIST;
-    return rc == VOREL_OK ? SAR_OK : call_.crypto_failed("VorelPKICryptoDeleteData", rc);
+    if (rc == VOREL_OK) return SAR_OK;
+    ULONG sar = call_.crypto_failed("VorelPKICryptoDeleteData", rc);
+    return rc == VOREL_ERR_NOT_FOUND ? SAR_FILE_NOT_EXIST : sar;
   }
 
   ULONG read_contents(int slot, ULONG offset, BYTE* out, ULONG len, ULONG* outLen) override {
@@ -163,7 +164,13 @@ class VendorStore : public FileStore {
   ULONG read_contents(int slot, ULONG offset, BYTE* out, ULONG len, ULONG* outLen) override {
     Name name(slot);
     *outLen = len;
-    return call_.vendor_call(dll_, &SkfDll::SKF_ReadFile, app_, name.text, offset, len, out, outLen);
+    ULONG rc = call_.vendor_call(dll_, &SkfDll::SKF_ReadFile, app_, name.text, offset, len, out, outLen);
+    if (rc != SAR_OK || *outLen <= len) return rc;
+    // A length beyond the buffer would send the caller reading past it.
+    VLOG_ERROR(call_.name(), "the vendor read %lu bytes into a buffer of %lu", static_cast<unsigned long>(*outLen),
+               static_cast<unsigned long>(len));
+    *outLen = 0;
+    return SAR_FAIL;
   }
 
   ULONG write_contents(int slot, ULONG offset, const BYTE* data, ULONG len) override {

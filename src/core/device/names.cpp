@@ -147,6 +147,7 @@ ULONG GetDeviceNamesFromKey(LPSTR szNameList, ULONG* pulSize) {
     combined.append(one);
   }
   ULONG rc = put_bytes(combined.data(), combined.length(), szNameList, pulSize);
+  if (rc != SAR_OK) VLOG_ERROR("GetDeviceNamesFromKey", "%s return: 0x%08x", "GetDeviceNamesFromKey", rc);
   if (rc == SAR_OK && szNameList)
     VLOG_DEBUG("GetDeviceNamesFromKey", "nameList : %.*s", static_cast<int>(combined.length()), combined.data());
   return rc;
@@ -158,7 +159,9 @@ ULONG GetDeviceNamesFromConfig(LPSTR szNameList, ULONG* pulSize) {
   for (const DeviceConfig& d : *devices)
     if (!names.add(d.type, "?", 1)) break;
   // Deliberately lenient: a buffer one byte short of the reported size is accepted.
-  return put_bytes(names.data(), names.length(), szNameList, pulSize, 1);
+  ULONG rc = put_bytes(names.data(), names.length(), szNameList, pulSize, 1);
+  if (rc != SAR_OK) VLOG_ERROR("GetDeviceNamesFromConfig", "%s return: 0x%08x", "GetDeviceNamesFromConfig", rc);
+  return rc;
 }
 
 }  // namespace vorel

@@ -138,7 +138,10 @@ ULONG rsa_sign(const ExportCall& call, const ContainerRecord& container, const B
   }
   LibraryBytes out;
   int rc = VorelPKICryptoSignHash(pair, VOREL_MECH_RSA_PKCS1_SIGN, nullptr, data, len, &out.bytes, &out.len);
-  if (rc != VOREL_OK) return call.crypto_failed("VorelPKICryptoSignHash", rc);
+  if (rc != VOREL_OK) {
+    VLOG_ERROR(call.name(), "VorelPKICryptoSignHash fail, error : %d", VorelPKIGetLastError());
+    return sar_from_vorel(rc, call.name());
+  }
   ULONG result = put_bytes(out.bytes, out.len, sig, sigLen);
   VLOG_DEBUG(call.name(), "*pulSignLen : %d", static_cast<int>(*sigLen));
   return result;
@@ -167,9 +170,9 @@ ULONG rsa_verify(const ExportCall& call, const RSAPUBLICKEYBLOB& blob, const BYT
   return SAR_OK;
 }
 
-ULONG rsa_decrypt(const ExportCall& call, const ContainerRecord& container, bool sign, const BYTE* in, ULONG inLen,
-                  BYTE* out, ULONG* outLen) {
-  VOREL_KEYPAIR* pair = keypair_of(call, container, sign);
+ULONG rsa_decrypt(const ExportCall& call, const ContainerRecord& container, const BYTE* in, ULONG inLen, BYTE* out,
+                  ULONG* outLen) {
+  VOREL_KEYPAIR* pair = keypair_of(call, container, false);
   if (!pair) return SAR_KEYNOTFOUNTERR;
   ULONG k = 0;
   if (!modulus_bytes(call, pair, &k)) return SAR_FAIL;
@@ -184,8 +187,8 @@ ULONG rsa_decrypt(const ExportCall& call, const ContainerRecord& container, bool
   return put_bytes(plain.bytes, plain.len, out, outLen);
 }
 
-ULONG rsa_export_session_key(const ExportCall& call, const ContainerRecord& container, HCONTAINER hContainer,
-                             ULONG algId, const RSAPUBLICKEYBLOB& blob, BYTE* out, ULONG* outLen, HANDLE* key) {
+ULONG rsa_export_session_key(const ExportCall& call, const ContainerRecord& container, ULONG algId,
+                             const RSAPUBLICKEYBLOB& blob, BYTE* out, ULONG* outLen, HANDLE* key) {
   UniquePtr<VOREL_PUBLICKEY> pub = GetRSAPublicKey(pseudo_device(), blob);
   if (!pub) return SAR_FAIL;
   uint8_t random[32];
@@ -200,8 +203,7 @@ ULONG rsa_export_session_key(const ExportCall& call, const ContainerRecord& cont
   VLOG_DEBUG(call.name(), "*pulDataLen: %d", static_cast<int>(*outLen));
   // A size query makes no key.
   if (result == SAR_OK && out) {
-    result =
-        GenSymKey(call, container.cryptoDevice, static_cast<int32_t>(container.type), hContainer, algId, random, key);
+    result = GenSymKey(call, container.cryptoDevice, static_cast<int32_t>(container.type), algId, random, key);
     if (result != SAR_OK) VLOG_ERROR(call.name(), "GenSymKey Fail");
   }
   vorel_cleanse(random, sizeof random);

@@ -20,13 +20,13 @@ ULONG rsa_sign(const ExportCall& call, const ContainerRecord& container, const B
 // The raw public operation on the signature, then 00 01 at the front and the data at the end.
 ULONG rsa_verify(const ExportCall& call, const RSAPUBLICKEYBLOB& blob, const BYTE* data, ULONG len, const BYTE* sig,
                  ULONG sigLen);
-// PKCS#1 v1.5 decryption with the container's key pair (sign selects the signing one); the input
-// is exactly the modulus length.
-ULONG rsa_decrypt(const ExportCall& call, const ContainerRecord& container, bool sign, const BYTE* in, ULONG inLen,
-                  BYTE* out, ULONG* outLen);
+// PKCS#1 v1.5 decryption with the container's encryption key pair, whichever pair the caller
+// names: on a token only that pair decrypts. The input is exactly the modulus length.
+ULONG rsa_decrypt(const ExportCall& call, const ContainerRecord& container, const BYTE* in, ULONG inLen, BYTE* out,
+                  ULONG* outLen);
 // A new session key wrapped for the blob's key; its handle under the container.
-ULONG rsa_export_session_key(const ExportCall& call, const ContainerRecord& container, HCONTAINER hContainer,
-                             ULONG algId, const RSAPUBLICKEYBLOB& blob, BYTE* out, ULONG* outLen, HANDLE* key);
+ULONG rsa_export_session_key(const ExportCall& call, const ContainerRecord& container, ULONG algId,
+                             const RSAPUBLICKEYBLOB& blob, BYTE* out, ULONG* outLen, HANDLE* key);
 ULONG rsa_public_operation(const ExportCall& call, const RSAPUBLICKEYBLOB& blob, const BYTE* in, ULONG inLen, BYTE* out,
                            ULONG* outLen);
 ULONG rsa_private_operation(const ExportCall& call, const RSAPRIVATEKEYBLOB& blob, const BYTE* in, ULONG inLen,

@@ -31,10 +31,9 @@ uint32_t lookup(ULONG algId) {
 // Only the three-key form of 3DES CBC takes 24 key bytes; every other algorithm 16.
 uint32_t key_length(ULONG algId) { return algId == SGD_3DES_CBC ? 24 : 16; }
 
-// A key handle under parent: a new key record of its own over keyLen of the bytes.
-ULONG make_key(VOREL_DEVICE* device, int32_t type, const void* parent, uint32_t cipher, const uint8_t* key,
-               uint32_t keyLen, HANDLE* out) {
-  auto record = new_record<HandleRecord>(type, kSessionKey, parent);
+// A key handle: a new key record of its own over keyLen of the bytes.
+ULONG make_key(VOREL_DEVICE* device, int32_t type, uint32_t cipher, const uint8_t* key, uint32_t keyLen, HANDLE* out) {
+  auto record = new_record<HandleRecord>(type, kSessionKey);
   auto* payload = static_cast<SymmKeyRecord*>(vorel_malloc(sizeof(SymmKeyRecord)));
   if (!payload) return SAR_MEMORYERR;
   record->payload = payload;  // freed, wiped, with the record from here on
@@ -42,7 +41,7 @@ ULONG make_key(VOREL_DEVICE* device, int32_t type, const void* parent, uint32_t 
   payload->cryptoAlg = cipher;
   payload->keyLen = keyLen;
   std::memcpy(payload->key, key, keyLen);
-  return publish_record(record, parent, out);
+  return publish_record(record, out);
 }
 
 // Key bytes the crypto library handed out: wiped before they are given back.
@@ -101,26 +100,26 @@ int32_t ToCryptoSymAlgo(VOREL_DEVICE* device, ULONG algId) {
   return -1;
 }
 
-ULONG GenSymKey(const ExportCall& call, VOREL_DEVICE* device, int32_t type, const void* parent, ULONG algId,
-                const uint8_t key[32], HANDLE* out) {
+ULONG GenSymKey(const ExportCall& call, VOREL_DEVICE* device, int32_t type, ULONG algId, const uint8_t key[32],
+                HANDLE* out) {
   int32_t cipher = ToCryptoSymAlgo(device, algId);
   if (cipher < 0) {
     VLOG_ERROR(call.name(), "ToCryptoSymAlgo fail, ulAlgId : 0x%08x", algId);
     return SAR_FAIL;
   }
-  ULONG rc = make_key(device, type, parent, static_cast<uint32_t>(cipher), key, key_length(algId), out);
+  ULONG rc = make_key(device, type, static_cast<uint32_t>(cipher), key, key_length(algId), out);
   if (rc == SAR_OK) VLOG_DEBUG(call.name(), "GenSymKey ulAlgId : 0x%08x", algId);
   return rc;
 }
 
-ULONG set_symm_key(const DeviceRecord& device, DEVHANDLE hDev, const BYTE* key, ULONG algId, HANDLE* out) {
+ULONG set_symm_key(const DeviceRecord& device, const BYTE* key, ULONG algId, HANDLE* out) {
   uint32_t cipher = CheckSymAlgo(algId);
   if (!cipher) return SAR_INVALIDPARAMERR;
-  return make_key(device.cryptoDevice.get(), device.type, hDev, cipher, key, key_length(algId), out);
+  return make_key(device.cryptoDevice.get(), device.type, cipher, key, key_length(algId), out);
 }
 
-ULONG import_session_key(const ExportCall& call, const ContainerRecord& container, HCONTAINER hContainer, ULONG algId,
-                         const BYTE* wrapped, ULONG len, HANDLE* out) {
+ULONG import_session_key(const ExportCall& call, const ContainerRecord& container, ULONG algId, const BYTE* wrapped,
+                         ULONG len, HANDLE* out) {
   if (!container.encKeypair) {
     VLOG_ERROR(call.name(), "Enc keypair not exist");
     return SAR_KEYNOTFOUNTERR;
@@ -137,8 +136,8 @@ ULONG import_session_key(const ExportCall& call, const ContainerRecord& containe
     VLOG_ERROR(call.name(), "clearlen != 16 && clearlen != 24, clearlen : %d", static_cast<int>(plain.len));
     return SAR_FAIL;
   }
-  return make_key(container.cryptoDevice, static_cast<int32_t>(container.type), hContainer,
-                  static_cast<uint32_t>(cipher), plain.bytes, static_cast<uint32_t>(plain.len), out);
+  return make_key(container.cryptoDevice, static_cast<int32_t>(container.type), static_cast<uint32_t>(cipher),
+                  plain.bytes, static_cast<uint32_t>(plain.len), out);
 }
 
 }  // namespace vorel

@@ -80,24 +80,19 @@ void free_skf_set(SkfSet& set) {
 }
 
 void init_skf_set(SkfSet& set) {
-  // The new map is made whole before it replaces the old one: a call running meanwhile finds
-  // every vendor type served, by the old module or the new, never by the emulation. A module
-  // that stays configured is opened again before the old reference goes, so it stays loaded.
-  std::map<int32_t, std::shared_ptr<const SkfDll>> modules;
+  // Every module is freed before any is loaded; a reload runs with the call gate closed, so no
+  // call looks a type up in between (core/gate.h).
+  free_skf_set(set);
   auto devices = GetVorelSKFConfig().devices();
   for (const DeviceConfig& d : *devices) {
     if (!d.isskf) continue;
     SkfDll* dll = new_skf_dll(d.name.c_str(), d.type, d.dllpath.c_str());
     if (!dll) continue;
+    std::shared_ptr<const SkfDll> module(dll, [](const SkfDll* p) { free_skf_dll(const_cast<SkfDll*>(p)); });
     // A later entry of the same type replaces the earlier one, which is unloaded.
-    modules[d.type] =
-        std::shared_ptr<const SkfDll>(dll, [](const SkfDll* p) { free_skf_dll(const_cast<SkfDll*>(p)); });
-  }
-  {
     std::lock_guard<std::mutex> guard(set.mutex_);
-    set.modules_.swap(modules);
+    set.modules_[d.type].swap(module);
   }
-  for (auto& entry : modules) VLOG_DEBUG("init_skf_set", "free skf dll, type : %d", entry.first);
 }
 
 SkfSet& GetSkfSet() {
