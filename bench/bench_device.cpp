@@ -13,8 +13,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "core/frame.h"
-#include "core/lifecycle.h"
+#include "exports/frame.h"
+#include "exports/lifecycle.h"
 #include "ratio.h"
 #include "scratch.h"
 

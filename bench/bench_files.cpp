@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "core/frame.h"
-#include "core/lifecycle.h"
+#include "exports/frame.h"
+#include "exports/lifecycle.h"
 #include "platform/platform.h"
 #include "ratio.h"
 #include "scratch.h"

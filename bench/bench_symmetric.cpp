@@ -8,10 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "core/frame.h"
-#include "core/lifecycle.h"
+#include "exports/frame.h"
+#include "exports/lifecycle.h"
 #include "ratio.h"
 #include "scratch.h"
+#include "token/common.h"
 
 namespace {
 

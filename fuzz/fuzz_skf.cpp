@@ -8,17 +8,17 @@
 #include <vector>
 
 #include "core/config.h"
-#include "core/device/blobs.h"
-#include "core/device/ecc.h"
-#include "core/device/master_file.h"
-#include "core/device/names.h"
-#include "core/device/rsa.h"
 #include "pseudo.h"
+#include "skf/blobs.h"
+#include "skf/master_file.h"
+#include "skf/names.h"
+#include "token/ecc.h"
+#include "token/rsa.h"
 
 namespace {
 
-#define CHECK(condition)              \
-  do {                                \
+#define CHECK(condition)                \
+  do {                                  \
     if (!(condition)) __builtin_trap(); \
   } while (0)
 

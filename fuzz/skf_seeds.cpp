@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "core/device/blobs.h"
-#include "core/device/master_file.h"
+#include "skf/blobs.h"
+#include "skf/master_file.h"
 #include "vorel/vorel_ptr.h"
 
 namespace {
@@ -45,12 +45,19 @@ void names() {
   const char* samples[] = {"3#T1", "1000000000#?", "0#A", "3-A", "-7#neg", "99999999999#big", "007#lead", "5#"};
   for (const char* s : samples) seed("fuzz_device_names", s[0] == '-' ? "neg" : s, s);
   // The first byte picks the list's capacity (× 8), the rest is a vendor's list.
-  seed("fuzz_device_names", "vendor-list", std::string("\x20" "FIXTURE0\0SECOND\0\0", 19));
-  seed("fuzz_device_names", "vendor-unterminated", std::string("\x02" "LONG-NAME-WITHOUT-END", 22));
+  seed("fuzz_device_names", "vendor-list",
+       std::string("\x20"
+                   "FIXTURE0\0SECOND\0\0",
+                   19));
+  seed("fuzz_device_names", "vendor-unterminated",
+       std::string("\x02"
+                   "LONG-NAME-WITHOUT-END",
+                   22));
 }
 
 void configs() {
-  seed("fuzz_config", "documented", R"({"devices":[{"name":"ACME","type":7,"isskf":true,"dllpath":"C:\\acme\\acme_skf.dll",
+  seed("fuzz_config", "documented",
+       R"({"devices":[{"name":"ACME","type":7,"isskf":true,"dllpath":"C:\\acme\\acme_skf.dll",
  "pidvids":["VID_096E&PID_0702"]},{"name":"Soft token","type":3,"useMasterFile":true}]})");
   seed("fuzz_config", "conversions",
        R"({"devices":[{"name":5,"type":3.9,"isskf":1,"useMasterFile":0.0,"pidvids":{"a":"VID_1","b":2}},null]})");
@@ -127,7 +134,8 @@ void blobs() {
     const unsigned char message[32] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17};
     Out ct;
     g_ok = VorelPKICryptoPublicKeyEncrypt(sm2Pub.get(), VOREL_MECH_SM2_ENCRYPT, nullptr, message, plain, &ct.p,
-                                          &ct.n) == VOREL_OK && g_ok;
+                                          &ct.n) == VOREL_OK &&
+           g_ok;
     Bytes memory(kEccCipherOffset + (ct.n > 97 ? ct.n - 97 : 0));
     g_ok = cipher_text_to_blob(ct.p, ct.n, reinterpret_cast<ECCCIPHERBLOB*>(memory.data())) && g_ok;
     blob("ecc-cipher-" + std::to_string(plain), 4, memory.data(), memory.size());

@@ -6,6 +6,9 @@ cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
 
+echo "== House rules of the layout (docs/architecture.md)"
+bash scripts/house-rules.sh
+
 jobs=$(nproc)
 export WINEDEBUG=-all
 export WINEPREFIX="$PWD/build/wineprefix"

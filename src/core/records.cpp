@@ -244,6 +244,16 @@ Registry& registry() { return resident<Registry>(); }
 
 }  // namespace
 
+std::shared_ptr<DeviceRecord> new_device_record(int32_t type) {
+  try {
+    auto record = new_record<DeviceRecord>(type);
+    record->lock = std::make_shared<DeviceLock>();
+    return record;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void* record_slot_allocate() { return arena().allocate(); }
 
 void record_slot_release(void* slot) {

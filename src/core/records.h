@@ -70,6 +70,9 @@ struct DeviceRecord {
   explicit DeviceRecord(int32_t deviceType) : type(deviceType) {}
 };
 
+// A device record not yet reachable through any handle, with its lock; null when out of memory.
+std::shared_ptr<DeviceRecord> new_device_record(int32_t type);
+
 struct ContainerRecord;
 
 // An open application. On the crypto-library route it owns the containers built from the
@@ -84,6 +87,12 @@ struct ApplicationRecord {
   std::atomic<uint32_t> adminPinVerified{0};
 
   explicit ApplicationRecord(uint32_t deviceType) : type(deviceType) {}
+  void clear_pins() {
+    userPinVerified = 0;
+    adminPinVerified = 0;
+  }
+  // The PIN of that SKF type was verified through this application.
+  void mark_pin(ULONG pinType) { (pinType == ADMIN_TYPE ? adminPinVerified : userPinVerified) = 1; }
   ~ApplicationRecord();
 };
 
@@ -183,6 +192,26 @@ void records_release();
 template <class T>
 void publish(const std::shared_ptr<T>& record) {
   registry_publish(record.get(), T::kKind, record);
+}
+
+// Publishes a new record and writes its handle to *out. When it cannot be published (no memory:
+// the exception goes on), undo() runs first, so that a handle a vendor just gave out does not stay
+// open on the token.
+template <class T, class Undo>
+ULONG publish_record(const std::shared_ptr<T>& record, HANDLE* out, Undo undo) {
+  try {
+    publish(record);
+  } catch (...) {
+    undo();
+    throw;
+  }
+  *out = record.get();
+  return SAR_OK;
+}
+
+template <class T>
+ULONG publish_record(const std::shared_ptr<T>& record, HANDLE* out) {
+  return publish_record(record, out, [] {});
 }
 
 // The live record of that kind behind a handle, or null: unknown, closed and other kinds alike.

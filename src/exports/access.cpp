@@ -1,7 +1,8 @@
 // Device authentication and PIN exports.
-#include "core/device/device.h"
-#include "core/device/pins.h"
-#include "core/frame.h"
+#include "exports/frame.h"
+#include "skf/pins.h"
+#include "token/device.h"
+#include "token/pins.h"
 
 using namespace vorel;
 
@@ -25,7 +26,7 @@ ULONG DEVAPI SKF_DevAuth(DEVHANDLE hDev, BYTE* pbAuthData, ULONG ulLen) {
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
       return call.forward(*dll, &SkfDll::SKF_DevAuth, device->vendorDevice, pbAuthData, ulLen);
-    return call.finish(dev_auth(call, *device, pbAuthData, ulLen));
+    return call.finish(dev_auth(call.ctx(), *device, pbAuthData, ulLen));
   });
 }
 
@@ -36,7 +37,12 @@ ULONG DEVAPI SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szO
                              call.secret("szNewPin", szNewPin) && call.pointer("pulRetryCount", pulRetryCount));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(change_pin(call, *app, ulPINType, szOldPin, szNewPin, pulRetryCount));
+    app->clear_pins();
+    if (!pin_type_valid(ulPINType)) return call.fail(SAR_USER_TYPE_INVALID);
+    if (auto dll = vendor_module(static_cast<int32_t>(app->type)))
+      return call.forward(*dll, &SkfDll::SKF_ChangePIN, app->vendorApplication, ulPINType, szOldPin, szNewPin,
+                          pulRetryCount);
+    return call.finish(change_pin(call.ctx(), *app, ulPINType, szOldPin, szNewPin, pulRetryCount));
   });
 }
 
@@ -49,7 +55,11 @@ ULONG DEVAPI SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULONG* p
                              call.pointer("pbDefaultPin", pbDefaultPin));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(pin_info(call, *app, ulPINType, pulMaxRetryCount, pulRemainRetryCount, pbDefaultPin));
+    if (!pin_type_valid(ulPINType)) return call.fail(SAR_USER_TYPE_INVALID);
+    if (auto dll = vendor_module(static_cast<int32_t>(app->type)))
+      return call.forward(*dll, &SkfDll::SKF_GetPINInfo, app->vendorApplication, ulPINType, pulMaxRetryCount,
+                          pulRemainRetryCount, pbDefaultPin);
+    return call.finish(pin_info(call.ctx(), *app, ulPINType, pulMaxRetryCount, pulRemainRetryCount, pbDefaultPin));
   });
 }
 
@@ -59,7 +69,15 @@ ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szP
                              call.pointer("pulRetryCount", pulRetryCount));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(verify_pin(call, *app, ulPINType, szPIN, pulRetryCount));
+    app->clear_pins();  // any attempt logs the application out, on both routes
+    if (!pin_type_valid(ulPINType)) return call.fail(SAR_USER_TYPE_INVALID);
+    auto dll = vendor_module(static_cast<int32_t>(app->type));
+    ULONG rc = dll ? call.vendor(*dll)(&SkfDll::SKF_VerifyPIN, app->vendorApplication, ulPINType, szPIN, pulRetryCount)
+                   : verify_pin(call.ctx(), *app, ulPINType, szPIN, pulRetryCount);
+    if (rc != SAR_OK) return call.fail(rc);
+    app->mark_pin(ulPINType);
+    _log("*pulRetryCount", static_cast<long>(*pulRetryCount));
+    return SAR_OK;
   });
 }
 
@@ -69,7 +87,11 @@ ULONG DEVAPI SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPSTR s
                              call.secret("szNewUserPIN", szNewUserPIN) && call.pointer("pulRetryCount", pulRetryCount));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(unblock_pin(call, *app, szAdminPIN, szNewUserPIN, pulRetryCount));
+    app->adminPinVerified = 0;
+    if (auto dll = vendor_module(static_cast<int32_t>(app->type)))
+      return call.forward(*dll, &SkfDll::SKF_UnblockPIN, app->vendorApplication, szAdminPIN, szNewUserPIN,
+                          pulRetryCount);
+    return call.finish(unblock_pin(call.ctx(), *app, szAdminPIN, szNewUserPIN, pulRetryCount));
   });
 }
 
@@ -78,7 +100,9 @@ ULONG DEVAPI SKF_ClearSecureState(HAPPLICATION hApplication) {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(clear_secure_state(call, *app));
+    if (auto dll = vendor_module(static_cast<int32_t>(app->type)))
+      return call.forward(*dll, &SkfDll::SKF_ClearSecureState, app->vendorApplication);
+    return call.finish(clear_secure_state(*app));
   });
 }
 
@@ -87,7 +111,9 @@ ULONG DEVAPI SKF_GetSecureState(HAPPLICATION hApplication, ULONG* pulState) {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.pointer("pulState", pulState));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(secure_state(call, *app, pulState));
+    if (auto dll = vendor_module(static_cast<int32_t>(app->type)))
+      return call.forward(*dll, &SkfDll::SKF_GetSecureState, app->vendorApplication, pulState);
+    return call.finish(secure_state(*app, pulState));
   });
 }
 

@@ -1,7 +1,7 @@
 // Application exports.
-#include "core/device/application.h"
+#include "token/application.h"
 
-#include "core/frame.h"
+#include "exports/frame.h"
 
 using namespace vorel;
 
@@ -21,15 +21,10 @@ ULONG DEVAPI SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR szAdmi
     if (!device) return call.invalid_handle("hDev");
     auto dll = vendor_module(device->type);
     if (!dll) return call.not_emulated();  // the one application always exists
-    auto app = new_record<ApplicationRecord>(static_cast<uint32_t>(device->type));
-    ULONG rc = call.vendor_call(*dll, &SkfDll::SKF_CreateApplication, device->vendorDevice, szAppName, szAdminPin,
-                                dwAdminPinRetryCount, szUserPin, dwUserPinRetryCount, dwCreateFileRights,
-                                &app->vendorApplication);
-    if (rc != SAR_OK) return call.fail(rc);
-    HAPPLICATION vendorApplication = app->vendorApplication;
-    return call.finish(publish_record(app, phApplication, [&dll, vendorApplication] {
-      if (dll->SKF_CloseApplication) dll->SKF_CloseApplication(vendorApplication);
-    }));
+    return call.finish(open_wrapped(call.vendor(*dll), &SkfDll::SKF_CreateApplication, &SkfDll::SKF_CloseApplication,
+                                    new_record<ApplicationRecord>(device->type), phApplication, Whole(),
+                                    device->vendorDevice, szAppName, szAdminPin, dwAdminPinRetryCount, szUserPin,
+                                    dwUserPinRetryCount, dwCreateFileRights));
   });
 }
 
@@ -62,7 +57,9 @@ ULONG DEVAPI SKF_OpenApplication(DEVHANDLE hDev, LPSTR szAppName, HAPPLICATION* 
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
-      return call.finish(open_vendor_application(call, *dll, *device, szAppName, phApplication));
+      return call.finish(open_wrapped(call.vendor(*dll), &SkfDll::SKF_OpenApplication, &SkfDll::SKF_CloseApplication,
+                                      new_record<ApplicationRecord>(device->type), phApplication, Whole(),
+                                      device->vendorDevice, szAppName));
     return call.finish(open_application(*device, szAppName, phApplication));
   });
 }
@@ -72,7 +69,6 @@ ULONG DEVAPI SKF_CloseApplication(HAPPLICATION hApplication) {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    // Its containers are closed with it.
     return call.finish(close_handle(call, static_cast<int32_t>(app->type), &SkfDll::SKF_CloseApplication,
                                     app->vendorApplication, hApplication));
   });

@@ -1,8 +1,8 @@
 // RSA and SM2 exports: key pairs, signatures, encryption, session-key export and key agreement.
-#include "core/device/ecc.h"
-#include "core/device/rsa.h"
-#include "core/frame.h"
-#include "core/skf_dll/vendor_decrypt.h"
+#include "exports/frame.h"
+#include "token/ecc.h"
+#include "token/rsa.h"
+#include "vendor/decrypt.h"
 
 using namespace vorel;
 

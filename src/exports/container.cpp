@@ -1,9 +1,24 @@
 // Container and certificate exports.
-#include "core/device/certificates.h"
-#include "core/device/containers.h"
-#include "core/frame.h"
+#include "exports/frame.h"
+#include "token/certificates.h"
+#include "token/containers.h"
 
 using namespace vorel;
+
+namespace {
+
+// A container the vendor opened or created (open), wrapped in a new handle that keeps the
+// application; the vendor's container is closed again if the handle cannot be made.
+template <class Open>
+ULONG open_vendor_container(const VendorCall& v, Open SkfDll::*open, const std::shared_ptr<ApplicationRecord>& app,
+                            LPSTR name, HCONTAINER* out) {
+  auto record = new_record<ContainerRecord>();
+  record->app = app;
+  record->type = app->type;
+  return open_wrapped(v, open, &SkfDll::SKF_CloseContainer, record, out, Whole(), app->vendorApplication, name);
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -16,7 +31,7 @@ ULONG DEVAPI SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContainerNam
     if (!app) return call.invalid_handle("hApplication");
     if (auto dll = vendor_module(app->type))
       return call.finish(
-          open_vendor_container(call, *dll, &SkfDll::SKF_CreateContainer, app, szContainerName, phContainer));
+          open_vendor_container(call.vendor(*dll), &SkfDll::SKF_CreateContainer, app, szContainerName, phContainer));
     return call.not_emulated();  // containers come from the token's key pairs
   });
 }
@@ -41,8 +56,8 @@ ULONG DEVAPI SKF_OpenContainer(HAPPLICATION hApplication, LPSTR szContainerName,
     if (!app) return call.invalid_handle("hApplication");
     if (auto dll = vendor_module(app->type))
       return call.finish(
-          open_vendor_container(call, *dll, &SkfDll::SKF_OpenContainer, app, szContainerName, phContainer));
-    return call.finish(open_container(call, app, szContainerName, phContainer));
+          open_vendor_container(call.vendor(*dll), &SkfDll::SKF_OpenContainer, app, szContainerName, phContainer));
+    return call.finish(open_container(call.ctx(), app, szContainerName, phContainer));
   });
 }
 

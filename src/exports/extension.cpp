@@ -1,6 +1,6 @@
 // The library's own exports: private-key decryption chosen by keySpec, configuration loading.
 #include "core/config.h"
-#include "core/frame.h"
+#include "exports/frame.h"
 
 using namespace vorel;
 

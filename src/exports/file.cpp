@@ -1,8 +1,49 @@
-// File exports.
-#include "core/device/files.h"
-#include "core/frame.h"
+// File exports. The route of an application's files is chosen here: forwarded to a vendor that
+// keeps file names itself, or through the master file kept on the vendor's token or ours.
+#include "core/config.h"
+#include "exports/frame.h"
+#include "skf/files.h"
+#include "token/file_store.h"
+#include "vendor/file_store.h"
 
 using namespace vorel;
+
+namespace {
+
+struct FileRoute {
+  std::shared_ptr<const SkfDll> dll;  // outlives the store
+  std::unique_ptr<FileStore> store;   // null: forwarded as it is
+  ULONG rc = SAR_OK;                  // not reachable at all
+};
+
+FileRoute file_route(const ExportCall& call, const ApplicationRecord& app) {
+  FileRoute route;
+  int32_t type = static_cast<int32_t>(app.type);
+  route.dll = vendor_module(type);
+  auto config = GetVorelSKFConfig().find(type);
+  if (!config || !config->useMasterFile) {
+    if (!route.dll) {
+      VLOG_ERROR(call.name(), "Not use master file and not support skf, hhis function cannot be implemented");
+      route.rc = SAR_NOT_EMULATED;
+    }
+    return route;
+  }
+  route.store = route.dll ? vendor_file_store(call.vendor(*route.dll), app.vendorApplication)
+                          : crypto_file_store(call.ctx(), app.cryptoDevice.get(), &route.rc);
+  return route;
+}
+
+// A file operation on the application's route: forward() on a vendor keeping names itself,
+// kept() over the master file.
+template <class Forward, class Kept>
+ULONG on_files(const ExportCall& call, const ApplicationRecord& app, Forward forward, Kept kept) {
+  FileRoute route = file_route(call, app);
+  if (route.rc != SAR_OK) return call.fail(route.rc);
+  if (!route.store) return call.finish(forward(call.vendor(*route.dll)));
+  return call.finish(kept(*route.store));
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -14,7 +55,17 @@ ULONG DEVAPI SKF_CreateFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG u
                              call.id("ulWriteRights", ulWriteRights));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(create_file(call, *app, szFileName, ulFileSize, ulReadRights, ulWriteRights));
+    if (ULONG rc = check_new_file(call.ctx(), szFileName, ulFileSize, ulReadRights, ulWriteRights))
+      return call.fail(rc);
+    return on_files(
+        call, *app,
+        [&](const VendorCall& v) {
+          return v(&SkfDll::SKF_CreateFile, app->vendorApplication, szFileName, ulFileSize, ulReadRights,
+                   ulWriteRights);
+        },
+        [&](FileStore& store) {
+          return create_file(call.ctx(), store, szFileName, ulFileSize, ulReadRights, ulWriteRights);
+        });
   });
 }
 
@@ -23,7 +74,10 @@ ULONG DEVAPI SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName) {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.string("szFileName", szFileName));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(delete_file(call, *app, szFileName));
+    if (ULONG rc = check_file_name(call.ctx(), szFileName)) return call.fail(rc);
+    return on_files(
+        call, *app, [&](const VendorCall& v) { return v(&SkfDll::SKF_DeleteFile, app->vendorApplication, szFileName); },
+        [&](FileStore& store) { return delete_file(call.ctx(), *app, store, szFileName); });
   });
 }
 
@@ -32,7 +86,10 @@ ULONG DEVAPI SKF_EnumFiles(HAPPLICATION hApplication, LPSTR szFileList, ULONG* p
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) && call.pointer("pulSize", pulSize));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(enum_files(call, *app, szFileList, pulSize));
+    return on_files(
+        call, *app,
+        [&](const VendorCall& v) { return v(&SkfDll::SKF_EnumFiles, app->vendorApplication, szFileList, pulSize); },
+        [&](FileStore& store) { return enum_files(call.ctx(), store, szFileList, pulSize); });
   });
 }
 
@@ -42,7 +99,11 @@ ULONG DEVAPI SKF_GetFileInfo(HAPPLICATION hApplication, LPSTR szFileName, FILEAT
                              call.pointer("pFileInfo", pFileInfo));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(file_info(call, *app, szFileName, pFileInfo));
+    if (ULONG rc = check_file_name(call.ctx(), szFileName)) return call.fail(rc);
+    return on_files(
+        call, *app,
+        [&](const VendorCall& v) { return v(&SkfDll::SKF_GetFileInfo, app->vendorApplication, szFileName, pFileInfo); },
+        [&](FileStore& store) { return file_info(call.ctx(), store, szFileName, pFileInfo); });
   });
 }
 
@@ -54,7 +115,16 @@ ULONG DEVAPI SKF_ReadFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG ulO
                              call.pointer("pulOutLen", pulOutLen));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(read_file(call, *app, szFileName, ulOffset, ulSize, pbOutData, pulOutLen));
+    if (ULONG rc = check_file_name(call.ctx(), szFileName)) return call.fail(rc);
+    if (ulSize > *pulOutLen) return call.fail(SAR_BUFFER_TOO_SMALL);
+    return on_files(
+        call, *app,
+        [&](const VendorCall& v) {
+          return v(&SkfDll::SKF_ReadFile, app->vendorApplication, szFileName, ulOffset, ulSize, pbOutData, pulOutLen);
+        },
+        [&](FileStore& store) {
+          return read_file(call.ctx(), *app, store, szFileName, ulOffset, ulSize, pbOutData, pulOutLen);
+        });
   });
 }
 
@@ -64,7 +134,13 @@ ULONG DEVAPI SKF_WriteFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG ul
                              call.bytes("pbData", pbData, "ulSize", ulSize));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
-    return call.finish(write_file(call, *app, szFileName, ulOffset, pbData, ulSize));
+    if (ULONG rc = check_file_name(call.ctx(), szFileName)) return call.fail(rc);
+    return on_files(
+        call, *app,
+        [&](const VendorCall& v) {
+          return v(&SkfDll::SKF_WriteFile, app->vendorApplication, szFileName, ulOffset, pbData, ulSize);
+        },
+        [&](FileStore& store) { return write_file(call.ctx(), *app, store, szFileName, ulOffset, pbData, ulSize); });
   });
 }
 

@@ -1,10 +1,10 @@
 // Session keys, block ciphers, digests, MACs, random bytes and handle release.
-#include "core/device/ciphers.h"
-#include "core/device/device.h"
-#include "core/device/digests.h"
-#include "core/device/mac.h"
-#include "core/device/session_keys.h"
-#include "core/frame.h"
+#include "exports/frame.h"
+#include "token/ciphers.h"
+#include "token/device.h"
+#include "token/digests.h"
+#include "token/mac.h"
+#include "token/session_keys.h"
 
 using namespace vorel;
 
@@ -18,7 +18,7 @@ ULONG DEVAPI SKF_GenRandom(DEVHANDLE hDev, BYTE* pbRandom, ULONG ulRandomLen) {
     if (!device) return call.invalid_handle("hDev");
     ULONG rc;
     if (auto dll = vendor_module(device->type))
-      rc = call.vendor_call(*dll, &SkfDll::SKF_GenRandom, device->vendorDevice, pbRandom, ulRandomLen);
+      rc = call.vendor(*dll)(&SkfDll::SKF_GenRandom, device->vendorDevice, pbRandom, ulRandomLen);
     else
       rc = gen_random(call, *device, pbRandom, ulRandomLen);
     if (rc != SAR_OK) return call.fail(rc);
@@ -49,7 +49,7 @@ ULONG DEVAPI SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYTE* pb
     if (!container) return call.invalid_handle("hContainer");
     int32_t type = static_cast<int32_t>(container->type);
     if (auto dll = vendor_module(type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_ImportSessionKey, type, kSessionKey, phKey,
+      return call.finish(wrap_vendor_handle(call.vendor(*dll), &SkfDll::SKF_ImportSessionKey, type, kSessionKey, phKey,
                                             container->vendorContainer, ulAlgId, pbWrapedData, ulWrapedLen));
     return call.finish(import_session_key(call, *container, ulAlgId, pbWrapedData, ulWrapedLen, phKey));
   });
@@ -63,8 +63,8 @@ ULONG DEVAPI SKF_SetSymmKey(DEVHANDLE hDev, BYTE* pbKey, ULONG ulAlgID, HANDLE* 
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_SetSymmKey, device->type, kSessionKey, phKey,
-                                            device->vendorDevice, pbKey, ulAlgID));
+      return call.finish(wrap_vendor_handle(call.vendor(*dll), &SkfDll::SKF_SetSymmKey, device->type, kSessionKey,
+                                            phKey, device->vendorDevice, pbKey, ulAlgID));
     return call.finish(set_symm_key(*device, pbKey, ulAlgID, phKey));
   });
 }
@@ -184,7 +184,7 @@ ULONG DEVAPI SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB* pPu
     auto device = find_device(hDev);
     if (!device) return call.invalid_handle("hDev");
     if (auto dll = vendor_module(device->type))
-      return call.finish(wrap_vendor_handle(call, *dll, &SkfDll::SKF_DigestInit, device->type, kHash, phHash,
+      return call.finish(wrap_vendor_handle(call.vendor(*dll), &SkfDll::SKF_DigestInit, device->type, kHash, phHash,
                                             device->vendorDevice, ulAlgID, pPubKey, pucID, ulIDLen));
     return call.finish(digest_init(call, *device, ulAlgID, pPubKey, pucID, ulIDLen, phHash));
   });
@@ -231,8 +231,8 @@ ULONG DEVAPI SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM* pMacParam, HANDLE* phMac
     std::shared_ptr<HandleRecord> key;
     if (ULONG refused = find_handle(call, hKey, "hKey", kSessionKey, key)) return refused;
     if (auto dll = vendor_module(key->type))
-      return call.finish(
-          wrap_vendor_handle(call, *dll, &SkfDll::SKF_MacInit, key->type, kMac, phMac, key->vendorHandle, pMacParam));
+      return call.finish(wrap_vendor_handle(call.vendor(*dll), &SkfDll::SKF_MacInit, key->type, kMac, phMac,
+                                            key->vendorHandle, pMacParam));
     return call.finish(mac_init(call, *key, *pMacParam, phMac));
   });
 }

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "core/device/blobs.h"
+#include "skf/blobs.h"
 
 using namespace vorel;
 using Bytes = std::vector<uint8_t>;
@@ -87,7 +87,7 @@ TEST(Blobs, Sm2CiphertextsBothWays) {
     std::size_t len;
     ULONG cipherLen;
     bool taken;
-  } lengths[] = {{whole, 16, true},       {whole - 1, 16, false}, {kEccCipherOffset - 1, 0, false},
+  } lengths[] = {{whole, 16, true},           {whole - 1, 16, false},      {kEccCipherOffset - 1, 0, false},
                  {kEccCipherOffset, 0, true}, {whole, 0xFFFFFFFFu, false}, {whole, 0x80000000u, false}};
   for (const auto& l : lengths) {
     blob->CipherLen = l.cipherLen;

@@ -3,9 +3,9 @@
 
 #include <cstdlib>
 
-#include "core/device/names.h"
-#include "core/device/usb.h"
+#include "skf/names.h"
 #include "unit.h"
+#include "vendor/usb.h"
 
 using namespace vorel;
 

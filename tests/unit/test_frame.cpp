@@ -7,9 +7,10 @@
 #include <vector>
 
 #include "core/config.h"
-#include "core/frame.h"
-#include "core/lifecycle.h"
+#include "exports/frame.h"
+#include "exports/lifecycle.h"
 #include "recorder.h"
+#include "token/common.h"
 #include "unit.h"
 #include "vendor.h"
 

@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "core/config.h"
-#include "core/skf_dll/skf_dll.h"
 #include "unit.h"
 #include "vendor.h"
+#include "vendor/skf_dll.h"
 
 using namespace vorel;
 using testsupport::count;
