@@ -118,6 +118,7 @@ DeviceConfig read_entry(const json& e) {
       for (const json& id : *v) d.pidvids.push_back(as_string(id));
     }
   }
+  if (const json* v = member(e, "decryptFamily")) d.decryptFamily = as_string(*v);
   if (const json* v = member(e, "devAuthKey")) {
     read_key(as_string(*v), d.devAuthKey);
     d.hasDevAuthKey = true;

@@ -20,6 +20,8 @@ struct DeviceConfig {
   // Device authentication of emulated devices, when configured (SM4 key).
   bool hasDevAuthKey = false;
   std::array<uint8_t, 16> devAuthKey{};
+  // The vendor family whose private-key decryption the type uses; empty: the one of its number.
+  std::string decryptFamily;
 };
 
 class VorelSKFConfig {

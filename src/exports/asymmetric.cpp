@@ -2,7 +2,7 @@
 #include "exports/frame.h"
 #include "token/ecc.h"
 #include "token/rsa.h"
-#include "vendor/decrypt.h"
+#include "vendor/families.h"
 
 using namespace vorel;
 
@@ -138,7 +138,7 @@ ULONG DEVAPI SKF_RSADecrypt(HCONTAINER hContainer, BOOL bSignFlag, BYTE* pbInput
     if (!container) return call.invalid_handle("hContainer");
     if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
       return call.finish(
-          SKF_RSADecrypt_CallBack(call, *dll, *container, bSignFlag, pbInput, ulInputLen, pbOutput, pulOutputLen));
+          family_rsa_decrypt(call.vendor(*dll), *container, bSignFlag, pbInput, ulInputLen, pbOutput, pulOutputLen));
     return call.finish(rsa_decrypt(call, *container, pbInput, ulInputLen, pbOutput, pulOutputLen));
   });
 }
@@ -291,7 +291,7 @@ ULONG DEVAPI SKF_ECCDecrypt(HCONTAINER hContainer, BOOL bSignFlag, PECCCIPHERBLO
     if (!container) return call.invalid_handle("hContainer");
     log_cipher_blob(*pCipherText);
     if (auto dll = vendor_module(static_cast<int32_t>(container->type)))
-      return call.finish(SKF_ECCDecrypt_CallBack(call, *dll, *container, bSignFlag, pCipherText, pbData, pdwDataLen));
+      return call.finish(family_ecc_decrypt(call.vendor(*dll), *container, bSignFlag, pCipherText, pbData, pdwDataLen));
     return call.finish(ecc_decrypt(call, *container, bSignFlag != 0, *pCipherText, pbData, pdwDataLen));
   });
 }

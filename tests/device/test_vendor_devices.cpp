@@ -444,13 +444,15 @@ TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
       0x0B000900);
 }
 
-// Private-key decryption reaches the function of the container's vendor family.
+// Private-key decryption reaches the function of the container's vendor family: the one its type
+// number stands for, or the one its configuration entry names.
 TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
   const struct {
     int type;
     const char* prefix;
     const char* ecc;  // the function for the signing pair; for OLYM that of the encryption pair differs
     const char* rsa;
+    const char* joins = nullptr;  // "decryptFamily" of the entry
   } families[] = {
       {49, "HSIC", "SKF_PrvKeyDecrypt", "SKF_RSADecrypt"},
       {50, "FEITIAN_BLUETOOTH", "SKF_ECCPrvKeyDecrypt", "SKF_RSADecrypt"},
@@ -463,6 +465,8 @@ TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
       {73, "BIOCOME", "SKF_ECCDecrypt", "SKF_RSADecrypt"},
       {75, "FISEC", "SKF_PrvKeyDecrypt", "SKF_RSADecrypt"},
       {51, nullptr, nullptr, nullptr},  // no family
+      {51, "HSIC", "SKF_PrvKeyDecrypt", "SKF_RSADecrypt", "HSIC"},
+      {49, nullptr, nullptr, nullptr, "NOT_A_FAMILY"},
   };
   Bytes memory(sizeof(ECCCIPHERBLOB) + 16, 0);
   auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(memory.data());
@@ -472,6 +476,7 @@ TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
   char text[] = "C";
   for (const auto& f : families) {
     std::string entry = vendor_entry(f.type);
+    if (f.joins) entry.insert(entry.size() - 1, std::string(R"(,"decryptFamily":")") + f.joins + "\"");
     configure(R"({"devices":[)" + entry + "]}");
     DEVHANDLE dev = connect(std::to_string(f.type) + "#FIXTURE0");
     HAPPLICATION app = nullptr;
@@ -495,7 +500,7 @@ TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
       EXPECT_EQ(got[0], vcon) << f.prefix;
       if (f.type == 64) {
         EXPECT_EQ(got[2], 16u + 97) << "OLYM takes the cipher text as one string";
-      } else if (f.type == 49 || f.type == 75) {
+      } else if (f.ecc == std::string("SKF_PrvKeyDecrypt")) {
         EXPECT_EQ(got[1], sign ? 2u : 1u) << f.prefix << " key selector";
       } else {
         EXPECT_EQ(got[1], sign ? 1u : 0u) << f.prefix << " signing flag";
@@ -507,7 +512,9 @@ TEST_F(VendorDevices, PrivateKeyDecryptionGoesToEachFamilysFunction) {
       EXPECT_EQ(got[1], sign ? 1u : 0u);
     }
     // The family's module without its functions.
-    configure(R"({"devices":[)" + empty_vendor_entry(f.type) + "]}");
+    std::string empty = empty_vendor_entry(f.type);
+    if (f.joins) empty.insert(empty.size() - 1, std::string(R"(,"decryptFamily":")") + f.joins + "\"");
+    configure(R"({"devices":[)" + empty + "]}");
     auto log = log_file();
     EXPECT_EQ(SKF_ECCDecrypt(c, TRUE, ct, out, &n), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
     EXPECT_EQ(SKF_RSADecrypt(c, TRUE, out, 16, out, &n), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
