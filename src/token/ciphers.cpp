@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "skf/algorithms.h"
+
 namespace vorel {
 
 namespace {
@@ -26,20 +28,10 @@ ULONG cipher_init(HandleRecord& handle, const BLOCKCIPHERPARAM& param, int encry
   if (!key) return SAR_FAIL;
   key->finalDone = 0;
   key->finalLen = 0;
-  // DES-CBC is left out of the IV test on purpose.
-  switch (key->cryptoAlg) {
-    case VOREL_CIPHER_SM1_CBC:
-    case VOREL_CIPHER_SSF33_CBC:
-    case VOREL_CIPHER_SM4_CBC:
-    case VOREL_CIPHER_AES128_CBC:
-    case VOREL_CIPHER_3DES_CBC:
-      if (param.IVLen == 0) {
-        VLOG_ERROR("CipherInit", "IVLen is 0 for a CBC key");
-        return SAR_FAIL;
-      }
-      break;
-    default:
-      break;
+  const SymmetricAlgorithm* a = symmetric_by_cipher(key->cryptoAlg);
+  if (a && a->needsIv && param.IVLen == 0) {
+    VLOG_ERROR("CipherInit", "IVLen is 0 for a CBC key");
+    return SAR_FAIL;
   }
   VOREL_CIPHER* cipher =
       VorelPKICryptoNewCipher(key->owner, encrypt, static_cast<int>(key->cryptoAlg), key->key, key->keyLen, param.IV);

@@ -5,6 +5,7 @@
 
 #include "core/config.h"
 #include "core/gate.h"
+#include "skf/algorithms.h"
 
 namespace vorel {
 
@@ -15,20 +16,6 @@ void copy_text(char* field, std::size_t size, const char* text) {
   std::memcpy(field, text, n);
   field[n] = '\0';
 }
-
-struct Capability {
-  ULONG bits;
-  int alg, keyBits;
-};
-
-// Ciphers the library must offer both ways, and the capability bits they stand for.
-const Capability kSymmetric[] = {
-    {0x201, VOREL_CIPHER_SSF33_ECB, 128},   {0x202, VOREL_CIPHER_SSF33_CBC, 128},
-    {0x101, VOREL_CIPHER_SM1_ECB, 128},     {0x102, VOREL_CIPHER_SM1_CBC, 128},
-    {0x4001, VOREL_CIPHER_AES128_ECB, 128}, {0x4002, VOREL_CIPHER_AES128_CBC, 128},
-    {0x2001, VOREL_CIPHER_3DES_ECB, 168},   {0x2002, VOREL_CIPHER_3DES_CBC, 168},
-    {0x8001, VOREL_CIPHER_DES_ECB, 64},     {0x8002, VOREL_CIPHER_DES_CBC, 64},
-};
 
 ULONG asymmetric_caps(VOREL_DEVICE* d) {
   const int sm3 = VOREL_HASH_SM3;
@@ -114,11 +101,14 @@ void GetDeviceInfoFromVorelCrypto(DeviceRecord& device) {
   }
   UniquePtr<char> label(raw);
   copy_text(info.Label, sizeof info.Label, label.get());
+  // SM4 is claimed without asking; every other cipher when the library offers it both ways.
   info.AlgSymCap = SGD_SMS4_ECB | SGD_SMS4_CBC;
-  for (const Capability& c : kSymmetric) {
-    if (VorelPKICryptoIsSupportedAlgorithm(d, c.alg, c.keyBits, VOREL_USAGE_ENCRYPT, nullptr) != 0 &&
-        VorelPKICryptoIsSupportedAlgorithm(d, c.alg, c.keyBits, VOREL_USAGE_DECRYPT, nullptr) != 0)
-      info.AlgSymCap |= c.bits;
+  for (const SymmetricAlgorithm& a : kSymmetricAlgorithms) {
+    if (a.sgd == SGD_SMS4_ECB || a.sgd == SGD_SMS4_CBC) continue;
+    if (VorelPKICryptoIsSupportedAlgorithm(d, a.vorel, static_cast<int>(a.keyBits), VOREL_USAGE_ENCRYPT, nullptr) !=
+            0 &&
+        VorelPKICryptoIsSupportedAlgorithm(d, a.vorel, static_cast<int>(a.keyBits), VOREL_USAGE_DECRYPT, nullptr) != 0)
+      info.AlgSymCap |= a.sgd;
   }
   info.AlgAsymCap = asymmetric_caps(d);
   info.AlgHashCap = SGD_SM3 | SGD_SHA1 | SGD_SHA256;

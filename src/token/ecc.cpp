@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "skf/algorithms.h"
 #include "skf/blobs.h"
 #include "token/keys.h"
 #include "token/rsa.h"
@@ -144,7 +145,7 @@ ULONG ecc_export_session_key(Ctx ctx, const ContainerRecord& container, ULONG al
   UniquePtr<VOREL_PUBLICKEY> pub = GetECCPublicKey(pseudo_device(), blob);
   LibraryBytes ct;
   if (pub) {
-    std::size_t keyLen = algId == SGD_3DES_CBC ? 24 : 16;
+    std::size_t keyLen = session_key_length(algId);
     rc = VorelPKICryptoPublicKeyEncrypt(pub.get(), VOREL_MECH_SM2_ENCRYPT, nullptr, random, keyLen, &ct.bytes, &ct.len);
     result = rc == VOREL_OK ? SAR_OK : ctx.crypto_failed("VorelPKICryptoPublicKeyEncrypt", rc);
   }

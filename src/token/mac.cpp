@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "skf/algorithms.h"
+
 namespace vorel {
 
 namespace {
@@ -74,8 +76,8 @@ ULONG mac_init(Ctx ctx, HandleRecord& key, const BLOCKCIPHERPARAM& param, HANDLE
     VLOG_ERROR(ctx.name(), "pMacParam->IVLen != 16");
     return SAR_FAIL;
   }
-  if (symm->cryptoAlg != VOREL_CIPHER_SM1_CBC && symm->cryptoAlg != VOREL_CIPHER_SSF33_CBC &&
-      symm->cryptoAlg != VOREL_CIPHER_SM4_CBC) {
+  const SymmetricAlgorithm* a = symmetric_by_cipher(symm->cryptoAlg);
+  if (!a || !a->macs) {
     VLOG_ERROR(ctx.name(), "Error algo");
     return SAR_FAIL;
   }

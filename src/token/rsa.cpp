@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "skf/algorithms.h"
 #include "skf/blobs.h"
 #include "token/keys.h"
 #include "token/session_keys.h"
@@ -192,7 +193,7 @@ ULONG rsa_export_session_key(Ctx ctx, const ContainerRecord& container, ULONG al
   int rc = VorelPKICryptoGenerateRandom(pseudo_device(), sizeof random, random);
   if (rc != VOREL_OK) return ctx.crypto_failed("VorelPKICryptoGenerateRandom", rc);
   LibraryBytes wrapped;
-  std::size_t keyLen = algId == SGD_3DES_CBC ? 24 : 16;
+  std::size_t keyLen = session_key_length(algId);
   rc = VorelPKICryptoPublicKeyEncrypt(pub.get(), VOREL_MECH_RSA_PKCS1, nullptr, random, keyLen, &wrapped.bytes,
                                       &wrapped.len);
   ULONG result = rc == VOREL_OK ? put_bytes(wrapped.bytes, wrapped.len, out, outLen)

@@ -3,33 +3,12 @@
 #include <cstring>
 #include <vector>
 
+#include "skf/algorithms.h"
 #include "skf/blobs.h"
 
 namespace vorel {
 
 namespace {
-
-struct Mapping {
-  ULONG skf;
-  uint32_t cipher;
-};
-const Mapping kAlgorithms[] = {
-    {SGD_SM1_ECB, VOREL_CIPHER_SM1_ECB},       {SGD_SM1_CBC, VOREL_CIPHER_SM1_CBC},
-    {SGD_SSF33_ECB, VOREL_CIPHER_SSF33_ECB},   {SGD_SSF33_CBC, VOREL_CIPHER_SSF33_CBC},
-    {SGD_SMS4_ECB, VOREL_CIPHER_SM4_ECB},      {SGD_SMS4_CBC, VOREL_CIPHER_SM4_CBC},
-    {SGD_3DES_ECB, VOREL_CIPHER_3DES_ECB},     {SGD_3DES_CBC, VOREL_CIPHER_3DES_CBC},
-    {SGD_AES128_ECB, VOREL_CIPHER_AES128_ECB}, {SGD_AES128_CBC, VOREL_CIPHER_AES128_CBC},
-    {SGD_DES_ECB, VOREL_CIPHER_DES_ECB},       {SGD_DES_CBC, VOREL_CIPHER_DES_CBC},
-};
-
-uint32_t lookup(ULONG algId) {
-  for (const Mapping& m : kAlgorithms)
-    if (m.skf == algId) return m.cipher;
-  return 0;
-}
-
-// Only the three-key form of 3DES CBC takes 24 key bytes; every other algorithm 16.
-uint32_t key_length(ULONG algId) { return algId == SGD_3DES_CBC ? 24 : 16; }
 
 // A key handle: a new key record of its own over keyLen of the bytes.
 ULONG make_key(VOREL_DEVICE* device, int32_t type, uint32_t cipher, const uint8_t* key, uint32_t keyLen, HANDLE* out) {
@@ -80,16 +59,16 @@ ULONG unwrap(Ctx ctx, const ContainerRecord& container, const BYTE* wrapped, ULO
 }  // namespace
 
 uint32_t CheckSymAlgo(ULONG algId) {
-  uint32_t cipher = lookup(algId);
-  if (!cipher) VLOG_ERROR("CheckSymAlgo", "Error Symm algo");
-  return cipher;
+  const SymmetricAlgorithm* a = symmetric_by_sgd(algId);
+  if (!a) VLOG_ERROR("CheckSymAlgo", "Error Symm algo");
+  return a ? static_cast<uint32_t>(a->vorel) : 0;
 }
 
 int32_t ToCryptoSymAlgo(VOREL_DEVICE* device, ULONG algId) {
-  uint32_t cipher = lookup(algId);
-  if (!cipher) return -1;
-  bool probed = algId == SGD_SM1_ECB || algId == SGD_SM1_CBC || algId == SGD_SSF33_ECB || algId == SGD_SSF33_CBC;
-  if (!probed) return static_cast<int32_t>(cipher);
+  const SymmetricAlgorithm* a = symmetric_by_sgd(algId);
+  if (!a) return -1;
+  uint32_t cipher = static_cast<uint32_t>(a->vorel);
+  if (!a->probed) return static_cast<int32_t>(cipher);
   static const unsigned char kProbeIv[16] = {0x56, 0x4F, 0x52, 0x45, 0x4C, 0x50, 0x52, 0x4F,
                                              0x42, 0x45, 0x49, 0x56, 0x00, 0x01, 0x02, 0x03};
   const void* iv = (algId & 0xF) == 2 ? kProbeIv : nullptr;
@@ -106,7 +85,7 @@ ULONG GenSymKey(Ctx ctx, VOREL_DEVICE* device, int32_t type, ULONG algId, const 
     VLOG_ERROR(ctx.name(), "ToCryptoSymAlgo fail, ulAlgId : 0x%08x", algId);
     return SAR_FAIL;
   }
-  ULONG rc = make_key(device, type, static_cast<uint32_t>(cipher), key, key_length(algId), out);
+  ULONG rc = make_key(device, type, static_cast<uint32_t>(cipher), key, session_key_length(algId), out);
   if (rc == SAR_OK) VLOG_DEBUG(ctx.name(), "GenSymKey ulAlgId : 0x%08x", algId);
   return rc;
 }
@@ -114,7 +93,7 @@ ULONG GenSymKey(Ctx ctx, VOREL_DEVICE* device, int32_t type, ULONG algId, const 
 ULONG set_symm_key(const DeviceRecord& device, const BYTE* key, ULONG algId, HANDLE* out) {
   uint32_t cipher = CheckSymAlgo(algId);
   if (!cipher) return SAR_INVALIDPARAMERR;
-  return make_key(device.cryptoDevice.get(), device.type, cipher, key, key_length(algId), out);
+  return make_key(device.cryptoDevice.get(), device.type, cipher, key, session_key_length(algId), out);
 }
 
 ULONG import_session_key(Ctx ctx, const ContainerRecord& container, ULONG algId, const BYTE* wrapped, ULONG len,

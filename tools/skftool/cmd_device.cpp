@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "keys.h"
+#include "skf/algorithms.h"
 #include "text.h"
 
 namespace skftool {
@@ -41,10 +42,6 @@ struct Bit {
   ULONG id;
   const char* name;
 };
-const Bit kSymmetric[] = {{SGD_SM1_ECB, "SM1-ECB"},       {SGD_SM1_CBC, "SM1-CBC"},   {SGD_SSF33_ECB, "SSF33-ECB"},
-                          {SGD_SSF33_CBC, "SSF33-CBC"},   {SGD_SMS4_ECB, "SM4-ECB"},  {SGD_SMS4_CBC, "SM4-CBC"},
-                          {SGD_3DES_ECB, "3DES-ECB"},     {SGD_3DES_CBC, "3DES-CBC"}, {SGD_AES128_ECB, "AES128-ECB"},
-                          {SGD_AES128_CBC, "AES128-CBC"}, {SGD_DES_ECB, "DES-ECB"},   {SGD_DES_CBC, "DES-CBC"}};
 const Bit kAsymmetric[] = {
     {SGD_RSA, "RSA"}, {SGD_SM2_1, "SM2-sign"}, {SGD_SM2_2, "SM2-exchange"}, {SGD_SM2_3, "SM2-encrypt"}};
 const Bit kHashes[] = {{SGD_SM3, "SM3"}, {SGD_SHA1, "SHA-1"}, {SGD_SHA256, "SHA-256"}};
@@ -55,6 +52,12 @@ std::vector<std::string> spelled(ULONG caps, const Bit (&bits)[N]) {
   std::vector<std::string> names;
   for (const Bit& b : bits)
     if ((caps & b.id) == b.id) names.push_back(b.name);
+  return names;
+}
+std::vector<std::string> spelled_symmetric(ULONG caps) {
+  std::vector<std::string> names;
+  for (const vorel::SymmetricAlgorithm& a : vorel::kSymmetricAlgorithms)
+    if ((caps & a.sgd) == a.sgd) names.push_back(a.name);
   return names;
 }
 
@@ -136,7 +139,7 @@ int cmd_info(const Options& o) {
             {"serialNumber", field(info.SerialNumber, sizeof info.SerialNumber)},
             {"hardwareVersion", version(info.HWVersion)},
             {"firmwareVersion", version(info.FirmwareVersion)},
-            {"symmetric", spelled(info.AlgSymCap, kSymmetric)},
+            {"symmetric", spelled_symmetric(info.AlgSymCap)},
             {"asymmetric", spelled(info.AlgAsymCap, kAsymmetric)},
             {"hashes", spelled(info.AlgHashCap, kHashes)},
             {"devAuthAlgId", ULONG{info.DevAuthAlgId}},
@@ -155,10 +158,10 @@ int cmd_info(const Options& o) {
   std::printf("Serial number  %s\n", j["serialNumber"].get<std::string>().c_str());
   std::printf("Versions       %s, hardware %s, firmware %s\n", version(info.Version).c_str(),
               version(info.HWVersion).c_str(), version(info.FirmwareVersion).c_str());
-  std::printf("Symmetric      %s\n", joined(spelled(info.AlgSymCap, kSymmetric)).c_str());
+  std::printf("Symmetric      %s\n", joined(spelled_symmetric(info.AlgSymCap)).c_str());
   std::printf("Asymmetric     %s\n", joined(spelled(info.AlgAsymCap, kAsymmetric)).c_str());
   std::printf("Hashes         %s\n", joined(spelled(info.AlgHashCap, kHashes)).c_str());
-  std::string auth = info.DevAuthAlgId == 0 ? "none" : joined(spelled(info.DevAuthAlgId, kSymmetric));
+  std::string auth = info.DevAuthAlgId == 0 ? "none" : joined(spelled_symmetric(info.DevAuthAlgId));
   std::printf("Device auth    %s\n", auth.c_str());
   std::printf("Space          %lu bytes free of %lu\n", static_cast<unsigned long>(info.FreeSpace),
               static_cast<unsigned long>(info.TotalSpace));
