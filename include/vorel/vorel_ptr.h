@@ -31,6 +31,26 @@ VOREL_MAKE_FREE(unsigned char, VorelPKICryptoFreeMemory)
 template <class T>
 using UniquePtr = std::unique_ptr<T, Free<T>>;
 
+// An owner filled through an out-parameter: VorelPKICryptoFindDevice(..., out(device)). The
+// owner holds the object from the end of that full expression on: read it in the next statement.
+template <class T>
+class OutPtr {
+ public:
+  explicit OutPtr(UniquePtr<T>& owner) : owner_(owner) {}
+  ~OutPtr() { owner_.reset(raw_); }
+  OutPtr(const OutPtr&) = delete;
+  OutPtr& operator=(const OutPtr&) = delete;
+  operator T**() { return &raw_; }
+
+ private:
+  UniquePtr<T>& owner_;
+  T* raw_ = nullptr;
+};
+template <class T>
+OutPtr<T> out(UniquePtr<T>& owner) {
+  return OutPtr<T>(owner);
+}
+
 // The module's one object of type T (one use per type), made on first use and never destroyed,
 // so that calls during static destruction still find it. It lives in static storage: a module
 // that unloads leaves no heap block of it behind, only what its owner did not release.

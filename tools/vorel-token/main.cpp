@@ -14,6 +14,7 @@
 #include "crypto/token.h"
 #include "text.h"
 #include "vorel/vorel_crypto.h"
+#include "vorel/vorel_ptr.h"
 
 namespace {
 
@@ -63,23 +64,11 @@ void check(int rc, const std::string& what) {
   if (rc != VOREL_OK) throw Failure(what + ": " + describe(rc));
 }
 
-struct Device {
-  VOREL_DEVICE* p = nullptr;
-  ~Device() { VorelPKICryptoFreeDevice(p); }
-};
-struct Keypair {
-  VOREL_KEYPAIR* p = nullptr;
-  ~Keypair() { VorelPKICryptoFreeKeypair(p); }
-};
-struct Cert {
-  VOREL_CERT* p = nullptr;
-  ~Cert() { VorelPKICertFreeCert(p); }
-};
-struct Text {
-  char* p = nullptr;
-  ~Text() { VorelPKICryptoFreeMemory(p); }
-  std::string str() const { return p ? p : ""; }
-};
+using Device = vorel::UniquePtr<VOREL_DEVICE>;
+using Keypair = vorel::UniquePtr<VOREL_KEYPAIR>;
+using Cert = vorel::UniquePtr<VOREL_CERT>;
+using Text = vorel::UniquePtr<char>;
+std::string str(const Text& t) { return t ? t.get() : ""; }
 
 // A PIN from its option, else its environment variable, else the terminal.
 std::string pin(const std::string& given, const char* env, const char* prompt, bool confirm = false) {
@@ -95,7 +84,7 @@ std::string pin(const std::string& given, const char* env, const char* prompt, b
 // The token of a type with that serial number; with no serial, the only token of the type.
 void open_token(int type, const std::string& serial, Device& d) {
   if (!serial.empty()) {
-    int rc = VorelPKICryptoFindDevice(type, serial.c_str(), VOREL_ENUM_TOKENS, &d.p);
+    int rc = VorelPKICryptoFindDevice(type, serial.c_str(), VOREL_ENUM_TOKENS, vorel::out(d));
     if (rc == VOREL_ERR_NOT_FOUND) throw Failure("no token " + std::to_string(type) + "#" + serial);
     check(rc, "opening the token");
     return;
@@ -103,7 +92,7 @@ void open_token(int type, const std::string& serial, Device& d) {
   VOREL_DEVICE_LIST* list = VorelPKICryptoGetAllDevices(type, VOREL_ENUM_TOKENS);
   if (!list) throw Failure("cannot list the tokens");
   int n = VorelPKICryptoGetDeviceCount(list);
-  if (n == 1) d.p = VorelPKICryptoGetDevice(list, 0);
+  if (n == 1) d.reset(VorelPKICryptoGetDevice(list, 0));
   VorelPKICryptoFreeDevices(list);
   if (n == 0) throw Failure("no token of type " + std::to_string(type));
   if (n > 1) throw Failure("several tokens of type " + std::to_string(type) + ": give --serial", kUsage);
@@ -121,21 +110,21 @@ void verify(VOREL_DEVICE* d, int type, const std::string& value) {
 
 std::string name_of(VOREL_DEVICE* d) {
   Text serial;
-  check(VorelPKICryptoGetSerialNumber(d, &serial.p), "reading the serial number");
-  return std::to_string(VorelPKICryptoGetDeviceType(d)) + "#" + serial.str();
+  check(VorelPKICryptoGetSerialNumber(d, vorel::out(serial)), "reading the serial number");
+  return std::to_string(VorelPKICryptoGetDeviceType(d)) + "#" + str(serial);
 }
 
 std::string describe_keypair(VOREL_KEYPAIR* kp) {
   Text label, subject;
-  VorelPKICryptoGetKeypairLabel(kp, &label.p);
+  VorelPKICryptoGetKeypairLabel(kp, vorel::out(label));
   std::string alg = VorelPKICryptoGetKeypairAlgorithm(kp) == VOREL_ALG_SM2 ? "SM2" : "RSA";
   std::string line = std::string(VorelPKICryptoGetKeypairType(kp) == VOREL_KEYPAIR_SIGN ? "sign" : "enc ") + "  " +
-                     alg + "-" + std::to_string(VorelPKICryptoGetKeypairBits(kp)) + "  label \"" + label.str() + "\"";
+                     alg + "-" + std::to_string(VorelPKICryptoGetKeypairBits(kp)) + "  label \"" + str(label) + "\"";
   Cert cert;
-  if (VorelPKICryptoGetCertificate(kp, 0, &cert.p) == VOREL_OK &&
-      VorelPKICertGetCertStringAttribute(cert.p, VOREL_CERT_ATTR_SUBJECT, &subject.p) == VOREL_OK)
-    return line + "  certificate \"" + subject.str() + "\"";
-  return line + "  no certificate";
+  if (VorelPKICryptoGetCertificate(kp, 0, vorel::out(cert)) != VOREL_OK) return line + "  no certificate";
+  if (VorelPKICertGetCertStringAttribute(cert.get(), VOREL_CERT_ATTR_SUBJECT, vorel::out(subject)) != VOREL_OK)
+    return line + "  no certificate";
+  return line + "  certificate \"" + str(subject) + "\"";
 }
 
 void list_tokens(int type) {
@@ -143,25 +132,26 @@ void list_tokens(int type) {
   auto found = vorel::token::scan(type, &problems);
   std::printf("Token folder: %s\n", vorel::token::token_dir().c_str());
   Text warning;
-  if (VorelPKICryptoGetStoreWarning(&warning.p) == VOREL_OK && warning.p) std::printf("warning: %s\n", warning.p);
+  int warned = VorelPKICryptoGetStoreWarning(vorel::out(warning));
+  if (warned == VOREL_OK && warning) std::printf("warning: %s\n", warning.get());
   if (found.empty()) std::printf("No tokens.\n");
   for (const auto& t : found) {
     Device d;
-    if (VorelPKICryptoFindDevice(t.type, t.serial.c_str(), VOREL_ENUM_TOKENS, &d.p) != VOREL_OK) continue;
+    if (VorelPKICryptoFindDevice(t.type, t.serial.c_str(), VOREL_ENUM_TOKENS, vorel::out(d)) != VOREL_OK) continue;
     Text label;
-    VorelPKICryptoGetLabel(d.p, &label.p);
+    VorelPKICryptoGetLabel(d.get(), vorel::out(label));
     unsigned user = 0, so = 0;
-    VorelPKICryptoGetPwdRetryNum(d.p, VOREL_PWD_USER, &user);
-    VorelPKICryptoGetPwdRetryNum(d.p, VOREL_PWD_SO, &so);
-    std::printf("%s  type %d  serial %s  label \"%s\"\n", name_of(d.p).c_str(), t.type, t.serial.c_str(),
-                label.str().c_str());
+    VorelPKICryptoGetPwdRetryNum(d.get(), VOREL_PWD_USER, &user);
+    VorelPKICryptoGetPwdRetryNum(d.get(), VOREL_PWD_SO, &so);
+    std::printf("%s  type %d  serial %s  label \"%s\"\n", name_of(d.get()).c_str(), t.type, t.serial.c_str(),
+                str(label).c_str());
     std::printf("  user PIN %u of %d tries left, SO PIN %u of %d\n", user, VOREL_PIN_MAX_TRIES, so,
                 VOREL_PIN_MAX_TRIES);
-    int n = VorelPKICryptoGetKeypairCount(d.p);
+    int n = VorelPKICryptoGetKeypairCount(d.get());
     for (int i = 0; i < n; ++i) {
       Keypair kp;
-      kp.p = VorelPKICryptoGetKeypair(d.p, i);
-      if (kp.p) std::printf("  key pair %d: %s\n", i, describe_keypair(kp.p).c_str());
+      kp.reset(VorelPKICryptoGetKeypair(d.get(), i));
+      if (kp.get()) std::printf("  key pair %d: %s\n", i, describe_keypair(kp.get()).c_str());
     }
   }
   for (const auto& p : problems) std::printf("skipped %s: %s\n", p.file.c_str(), p.why.c_str());
@@ -303,9 +293,9 @@ int main(int argc, char** argv) {
       std::string u = pin(userPin, "VOREL_TOKEN_PIN", "New user PIN: ", true);
       Device d;
       check(VorelPKICryptoCreateToken(type, serial.empty() ? nullptr : serial.c_str(), label.c_str(), s.c_str(),
-                                      u.c_str(), iterations, &d.p),
+                                      u.c_str(), iterations, vorel::out(d)),
             "creating the token");
-      std::printf("Created token %s \"%s\" in %s\n", name_of(d.p).c_str(), label.c_str(),
+      std::printf("Created token %s \"%s\" in %s\n", name_of(d.get()).c_str(), label.c_str(),
                   vorel::token::token_dir().c_str());
       return kOk;
     }
@@ -316,55 +306,56 @@ int main(int argc, char** argv) {
     Device d;
     open_token(type, serial, d);
     if (del->parsed()) {
-      verify(d.p, VOREL_PWD_SO, pin(soPin, "VOREL_TOKEN_SO_PIN", "SO PIN: "));
-      std::string name = name_of(d.p);
-      check(VorelPKICryptoDeleteToken(d.p), "deleting the token");
+      verify(d.get(), VOREL_PWD_SO, pin(soPin, "VOREL_TOKEN_SO_PIN", "SO PIN: "));
+      std::string name = name_of(d.get());
+      check(VorelPKICryptoDeleteToken(d.get()), "deleting the token");
       std::printf("Deleted token %s\n", name.c_str());
     } else if (keygen->parsed() || importKey->parsed()) {
       Bytes key;
       // SEC1 comes as "EC PRIVATE KEY", and from OpenSSL 3.0 for SM2 keys as "SM2 PRIVATE KEY".
       if (importKey->parsed())
         key = load(file, {"PRIVATE KEY", "EC PRIVATE KEY", "SM2 PRIVATE KEY", "RSA PRIVATE KEY"}, "private key");
-      verify(d.p, VOREL_PWD_USER, pin(userPin, "VOREL_TOKEN_PIN", "User PIN: "));
+      verify(d.get(), VOREL_PWD_USER, pin(userPin, "VOREL_TOKEN_PIN", "User PIN: "));
       Keypair kp;
       if (keygen->parsed()) {
         int bits = alg == "sm2" ? 256 : alg == "rsa1024" ? 1024 : 2048;
-        check(VorelPKICryptoGenerateKeypair(d.p, alg == "sm2" ? VOREL_ALG_SM2 : VOREL_ALG_RSA, bits, 0,
-                                            keypair_type(use), &kp.p),
+        check(VorelPKICryptoGenerateKeypair(d.get(), alg == "sm2" ? VOREL_ALG_SM2 : VOREL_ALG_RSA, bits, 0,
+                                            keypair_type(use), vorel::out(kp)),
               "generating the key pair");
       } else {
-        check(VorelPKICryptoImportKeypair(d.p, key.data(), key.size(), keypair_type(use), &kp.p), "importing " + file);
+        check(VorelPKICryptoImportKeypair(d.get(), key.data(), key.size(), keypair_type(use), vorel::out(kp)),
+              "importing " + file);
       }
-      if (!label.empty()) check(VorelPKICryptoSetKeypairLabel(kp.p, label.c_str()), "labelling the key pair");
-      report_new_keypair(d.p, kp.p);
+      if (!label.empty()) check(VorelPKICryptoSetKeypairLabel(kp.get(), label.c_str()), "labelling the key pair");
+      report_new_keypair(d.get(), kp.get());
     } else if (importCert->parsed()) {
       Bytes bytes = load(file, {"CERTIFICATE"}, "certificate");
       Cert cert;
-      cert.p = VorelPKICertNewCert(bytes.data(), bytes.size());
-      if (!cert.p) throw Failure(file + " is not an X.509 certificate");
-      verify(d.p, VOREL_PWD_USER, pin(userPin, "VOREL_TOKEN_PIN", "User PIN: "));
-      int n = VorelPKICryptoGetKeypairCount(d.p);
+      cert.reset(VorelPKICertNewCert(bytes.data(), bytes.size()));
+      if (!cert.get()) throw Failure(file + " is not an X.509 certificate");
+      verify(d.get(), VOREL_PWD_USER, pin(userPin, "VOREL_TOKEN_PIN", "User PIN: "));
+      int n = VorelPKICryptoGetKeypairCount(d.get());
       for (int i = 0; i < n; ++i) {
         Keypair kp;
-        kp.p = VorelPKICryptoGetKeypair(d.p, i);
-        int rc = kp.p ? VorelPKICryptoUpdateCertificate(kp.p, cert.p) : VOREL_ERR_NOT_FOUND;
+        kp.reset(VorelPKICryptoGetKeypair(d.get(), i));
+        int rc = kp.get() ? VorelPKICryptoUpdateCertificate(kp.get(), cert.get()) : VOREL_ERR_NOT_FOUND;
         if (rc == VOREL_ERR_KEY_MISMATCH) continue;
         check(rc, "storing the certificate");
-        std::printf("Certificate stored on key pair %d: %s\n", i, describe_keypair(kp.p).c_str());
+        std::printf("Certificate stored on key pair %d: %s\n", i, describe_keypair(kp.get()).c_str());
         return kOk;
       }
-      throw Failure("no key pair on " + name_of(d.p) + " has the public key of " + file);
+      throw Failure("no key pair on " + name_of(d.get()) + " has the public key of " + file);
     } else if (exportCert->parsed()) {
       Keypair kp;
-      kp.p = VorelPKICryptoGetKeypair(d.p, index);
-      if (!kp.p) throw Failure("no key pair " + std::to_string(index) + " on " + name_of(d.p));
+      kp.reset(VorelPKICryptoGetKeypair(d.get(), index));
+      if (!kp.get()) throw Failure("no key pair " + std::to_string(index) + " on " + name_of(d.get()));
       Cert cert;
-      int rc = VorelPKICryptoGetCertificate(kp.p, 0, &cert.p);
+      int rc = VorelPKICryptoGetCertificate(kp.get(), 0, vorel::out(cert));
       if (rc == VOREL_ERR_NOT_FOUND) throw Failure("key pair " + std::to_string(index) + " has no certificate");
       check(rc, "reading the certificate");
       unsigned char* enc = nullptr;
       size_t encLen = 0;
-      check(VorelPKICertGetCertEncode(cert.p, VOREL_CERT_ENCODING_DER, &enc, &encLen), "encoding the certificate");
+      check(VorelPKICertGetCertEncode(cert.get(), VOREL_CERT_ENCODING_DER, &enc, &encLen), "encoding the certificate");
       Bytes bytes(enc, enc + encLen);
       VorelPKICryptoFreeMemory(enc);
       if (!der) {
@@ -385,20 +376,20 @@ int main(int argc, char** argv) {
                            : pin(userPin, "VOREL_TOKEN_PIN", "Current user PIN: ");
       std::string fresh = pin(newPin, "VOREL_TOKEN_NEW_PIN", "New PIN: ", true);
       unsigned retries = 0;
-      int rc = VorelPKICryptoChangePwd(d.p, which, old.c_str(), fresh.c_str(), &retries);
+      int rc = VorelPKICryptoChangePwd(d.get(), which, old.c_str(), fresh.c_str(), &retries);
       if (rc == VOREL_ERR_PIN_INCORRECT)
         throw Failure("wrong PIN, " + std::to_string(retries) + " tries left", kWrongPin);
       check(rc, "changing the PIN");
-      std::printf("%s PIN of %s changed\n", so ? "SO" : "User", name_of(d.p).c_str());
+      std::printf("%s PIN of %s changed\n", so ? "SO" : "User", name_of(d.get()).c_str());
     } else if (unblock->parsed()) {
       std::string s = pin(soPin, "VOREL_TOKEN_SO_PIN", "SO PIN: ");
       std::string fresh = pin(newPin, "VOREL_TOKEN_NEW_PIN", "New user PIN: ", true);
       unsigned retries = 0;
-      int rc = VorelPKICryptoUnlockPwd(d.p, VOREL_PWD_USER, s.c_str(), fresh.c_str(), &retries);
+      int rc = VorelPKICryptoUnlockPwd(d.get(), VOREL_PWD_USER, s.c_str(), fresh.c_str(), &retries);
       if (rc == VOREL_ERR_PIN_INCORRECT)
         throw Failure("wrong SO PIN, " + std::to_string(retries) + " tries left", kWrongPin);
       check(rc, "unblocking the user PIN");
-      std::printf("User PIN of %s set and unblocked\n", name_of(d.p).c_str());
+      std::printf("User PIN of %s set and unblocked\n", name_of(d.get()).c_str());
     }
     return kOk;
   } catch (const Failure& f) {
