@@ -17,11 +17,8 @@ using nlohmann::json;
 namespace {
 
 std::vector<std::string> device_names(const SkfLibrary& lib, BOOL present) {
-  ULONG size = 0;
-  check(lib.SKF_EnumDev(present, nullptr, &size), "listing the devices");
-  std::string buf(static_cast<std::size_t>(size) + 2, '\0');
-  check(lib.SKF_EnumDev(present, &buf[0], &size), "listing the devices");
-  return split_list(buf.data(), std::min<std::size_t>(size, buf.size()));
+  return read_list([&](LPSTR list, ULONG* size) { return lib.SKF_EnumDev(present, list, size); },
+                   "listing the devices");
 }
 
 const char* state_name(ULONG state) {
@@ -100,6 +97,15 @@ void login(const Application& app, const Options& o) {
       o.so);
 }
 
+bool pin_at_hand(const Options& o) {
+  const char* env = std::getenv(o.so ? "SKFTOOL_SO_PIN" : "SKFTOOL_PIN");
+  return !(o.so ? o.soPin : o.pin).empty() || (env && *env);
+}
+
+Session::Session(const Options& o, Pin pin) : lib(open_library(o)), dev(*lib, o.device), app(dev, o.app) {
+  if (pin == Pin::Required || (pin == Pin::IfGiven && pin_at_hand(o))) login(app, o);
+}
+
 int cmd_list(const Options& o) {
   auto lib = open_library(o);
   std::vector<std::string> present = device_names(*lib, TRUE), names = present;
@@ -173,11 +179,9 @@ int cmd_info(const Options& o) {
 int cmd_apps(const Options& o) {
   auto lib = open_library(o);
   Device dev(*lib, o.device);
-  ULONG size = 0;
-  check(lib->SKF_EnumApplication(dev.handle(), nullptr, &size), "listing the applications");
-  std::string buf(static_cast<std::size_t>(size) + 2, '\0');
-  check(lib->SKF_EnumApplication(dev.handle(), &buf[0], &size), "listing the applications");
-  std::vector<std::string> apps = split_list(buf.data(), std::min<std::size_t>(size, buf.size()));
+  std::vector<std::string> apps =
+      read_list([&](LPSTR list, ULONG* size) { return lib->SKF_EnumApplication(dev.handle(), list, size); },
+                "listing the applications");
   if (o.json) {
     print_json({{"device", dev.name()}, {"applications", apps}});
   } else {
@@ -188,16 +192,12 @@ int cmd_apps(const Options& o) {
 }
 
 int cmd_containers(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  ULONG size = 0;
-  check(lib->SKF_EnumContainer(app.handle(), nullptr, &size), "listing the containers");
-  std::string buf(static_cast<std::size_t>(size) + 2, '\0');
-  check(lib->SKF_EnumContainer(app.handle(), &buf[0], &size), "listing the containers");
+  Session s(o, Pin::None);
   json list = json::array();
-  for (const std::string& name : split_list(buf.data(), std::min<std::size_t>(size, buf.size()))) {
-    Container c(app, name);
+  for (const std::string& name :
+       read_list([&](LPSTR l, ULONG*size) { return s.lib->SKF_EnumContainer(s.app.handle(), l, size); },
+                 "listing the containers")) {
+    Container c(s.app, name);
     json entry = {{"name", name}, {"type", container_type(c.type())}};
     for (bool sign : {true, false}) {
       json pair = {{"publicKey", !c.public_blob(sign).empty()}, {"certificate", !c.certificate(sign).empty()}};
@@ -206,10 +206,10 @@ int cmd_containers(const Options& o) {
     list.push_back(entry);
   }
   if (o.json) {
-    print_json({{"device", dev.name()}, {"application", app.name()}, {"containers", list}});
+    print_json({{"device", s.dev.name()}, {"application", s.app.name()}, {"containers", list}});
     return kDone;
   }
-  if (list.empty()) std::printf("No containers in %s.\n", app.name().c_str());
+  if (list.empty()) std::printf("No containers in %s.\n", s.app.name().c_str());
   for (const json& c : list) {
     std::printf("%s  %s\n", c["name"].get<std::string>().c_str(), c["type"].get<std::string>().c_str());
     for (const char* use : {"sign", "encrypt"}) {
@@ -258,28 +258,23 @@ int cmd_auth(const Options& o) {
 }
 
 int cmd_login(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
-  std::printf("%s PIN of %s verified\n", o.so ? "Administrator" : "User", app.name().c_str());
+  Session s(o, Pin::Required);
+  std::printf("%s PIN of %s verified\n", o.so ? "Administrator" : "User", s.app.name().c_str());
   return kDone;
 }
 
 int cmd_pin_info(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
+  Session s(o, Pin::None);
   json pins = json::object();
   for (ULONG type : {static_cast<ULONG>(USER_TYPE), static_cast<ULONG>(ADMIN_TYPE)}) {
     ULONG max = 0, left = 0;
     BOOL isDefault = FALSE;
-    check(lib->SKF_GetPINInfo(app.handle(), type, &max, &left, &isDefault), "reading the PIN information");
+    check(s.lib->SKF_GetPINInfo(s.app.handle(), type, &max, &left, &isDefault), "reading the PIN information");
     pins[type == USER_TYPE ? "user" : "admin"] = {
         {"maxRetries", max}, {"retriesLeft", left}, {"default", isDefault != FALSE}};
   }
   if (o.json) {
-    print_json({{"application", app.name()}, {"pins", pins}});
+    print_json({{"application", s.app.name()}, {"pins", pins}});
     return kDone;
   }
   for (const char* which : {"user", "admin"}) {
@@ -291,34 +286,30 @@ int cmd_pin_info(const Options& o) {
 }
 
 int cmd_change_pin(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
+  Session s(o, Pin::None);
   std::string old = o.so ? pin_from(o.soPin, "SKFTOOL_SO_PIN", "Current administrator PIN: ")
                          : pin_from(o.pin, "SKFTOOL_PIN", "Current user PIN: ");
   std::string fresh = pin_from(o.newPin, "SKFTOOL_NEW_PIN", "New PIN: ");
   ULONG retries = 0;
-  ULONG rc = lib->SKF_ChangePIN(app.handle(), o.so ? ADMIN_TYPE : USER_TYPE, &old[0], &fresh[0], &retries);
+  ULONG rc = s.lib->SKF_ChangePIN(s.app.handle(), o.so ? ADMIN_TYPE : USER_TYPE, &old[0], &fresh[0], &retries);
   if (rc == SAR_PIN_INCORRECT)
     throw Failure("changing the PIN: " + describe_code(rc) + ", " + std::to_string(retries) + " tries left", kWrongPin);
   check(rc, "changing the PIN");
-  std::printf("%s PIN of %s changed\n", o.so ? "Administrator" : "User", app.name().c_str());
+  std::printf("%s PIN of %s changed\n", o.so ? "Administrator" : "User", s.app.name().c_str());
   return kDone;
 }
 
 int cmd_unblock_pin(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
+  Session s(o, Pin::None);
   std::string so = pin_from(o.soPin, "SKFTOOL_SO_PIN", "Administrator PIN: ");
   std::string fresh = pin_from(o.newPin, "SKFTOOL_NEW_PIN", "New user PIN: ");
   ULONG retries = 0;
-  ULONG rc = lib->SKF_UnblockPIN(app.handle(), &so[0], &fresh[0], &retries);
+  ULONG rc = s.lib->SKF_UnblockPIN(s.app.handle(), &so[0], &fresh[0], &retries);
   if (rc == SAR_PIN_INCORRECT)
     throw Failure("unblocking the user PIN: " + describe_code(rc) + ", " + std::to_string(retries) + " tries left",
                   kWrongPin);
   check(rc, "unblocking the user PIN");
-  std::printf("User PIN of %s set and unblocked\n", app.name().c_str());
+  std::printf("User PIN of %s set and unblocked\n", s.app.name().c_str());
   return kDone;
 }
 

@@ -37,34 +37,25 @@ FILEATTRIBUTE file_info(const Application& app, const std::string& name) {
 }
 
 // Reads and most writes need a verified PIN; a read goes without one unless a PIN is at hand.
-bool pin_at_hand(const Options& o) {
-  const char* env = std::getenv(o.so ? "SKFTOOL_SO_PIN" : "SKFTOOL_PIN");
-  return !(o.so ? o.soPin : o.pin).empty() || (env && *env);
-}
 
 }  // namespace
 
 int cmd_files(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  ULONG size = 0;
-  check(lib->SKF_EnumFiles(app.handle(), nullptr, &size), "listing the files");
-  std::string buf(static_cast<std::size_t>(size) + 2, '\0');
-  check(lib->SKF_EnumFiles(app.handle(), &buf[0], &size), "listing the files");
+  Session s(o, Pin::None);
   nlohmann::json files = nlohmann::json::array();
-  for (const std::string& name : split_list(buf.data(), std::min<std::size_t>(size, buf.size()))) {
-    FILEATTRIBUTE info = file_info(app, name);
+  for (const std::string& name : read_list(
+           [&](LPSTR l, ULONG*size) { return s.lib->SKF_EnumFiles(s.app.handle(), l, size); }, "listing the files")) {
+    FILEATTRIBUTE info = file_info(s.app, name);
     files.push_back({{"name", name},
                      {"size", info.FileSize},
                      {"readRights", rights_name(info.ReadRights)},
                      {"writeRights", rights_name(info.WriteRights)}});
   }
   if (o.json) {
-    std::printf("%s\n", nlohmann::json{{"application", app.name()}, {"files", files}}.dump(2).c_str());
+    std::printf("%s\n", nlohmann::json{{"application", s.app.name()}, {"files", files}}.dump(2).c_str());
     return kDone;
   }
-  if (files.empty()) std::printf("No files in %s.\n", app.name().c_str());
+  if (files.empty()) std::printf("No files in %s.\n", s.app.name().c_str());
   for (const auto& f : files)
     std::printf("%-32s %6u bytes  read %s, write %s\n", f["name"].get<std::string>().c_str(), f["size"].get<unsigned>(),
                 f["readRights"].get<std::string>().c_str(), f["writeRights"].get<std::string>().c_str());
@@ -72,18 +63,15 @@ int cmd_files(const Options& o) {
 }
 
 int cmd_read_file(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  if (pin_at_hand(o)) login(app, o);
-  FILEATTRIBUTE info = file_info(app, o.name);
+  Session s(o, Pin::IfGiven);
+  FILEATTRIBUTE info = file_info(s.app, o.name);
   if (o.offset > info.FileSize) throw Failure("--offset is past the end of " + o.name, kUsage);
   ULONG size = o.sizeGiven ? o.size : info.FileSize - o.offset;
   Bytes data(size);
   ULONG len = size;
   std::string name = o.name;
   if (size > 0)
-    check(lib->SKF_ReadFile(app.handle(), &name[0], o.offset, size, data.data(), &len), "reading " + o.name);
+    check(s.lib->SKF_ReadFile(s.app.handle(), &name[0], o.offset, size, data.data(), &len), "reading " + o.name);
   data.resize(std::min(len, size));
   write_output(o.out, data);
   return kDone;
@@ -91,12 +79,9 @@ int cmd_read_file(const Options& o) {
 
 int cmd_write_file(const Options& o) {
   Bytes data = read_input(o.in);
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
+  Session s(o, Pin::Required);
   std::string name = o.name;
-  check(lib->SKF_WriteFile(app.handle(), &name[0], o.offset, data.data(), static_cast<ULONG>(data.size())),
+  check(s.lib->SKF_WriteFile(s.app.handle(), &name[0], o.offset, data.data(), static_cast<ULONG>(data.size())),
         "writing " + o.name);
   std::printf("Wrote %zu bytes to %s at offset %lu\n", data.size(), o.name.c_str(),
               static_cast<unsigned long>(o.offset));
@@ -104,24 +89,18 @@ int cmd_write_file(const Options& o) {
 }
 
 int cmd_create_file(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
+  Session s(o, Pin::Required);
   std::string name = o.name;
-  check(lib->SKF_CreateFile(app.handle(), &name[0], o.size, o.readRights, o.writeRights), "creating " + o.name);
+  check(s.lib->SKF_CreateFile(s.app.handle(), &name[0], o.size, o.readRights, o.writeRights), "creating " + o.name);
   std::printf("Created %s: %lu bytes, read %s, write %s\n", o.name.c_str(), static_cast<unsigned long>(o.size),
               rights_name(o.readRights).c_str(), rights_name(o.writeRights).c_str());
   return kDone;
 }
 
 int cmd_delete_file(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
+  Session s(o, Pin::Required);
   std::string name = o.name;
-  check(lib->SKF_DeleteFile(app.handle(), &name[0]), "deleting " + o.name);
+  check(s.lib->SKF_DeleteFile(s.app.handle(), &name[0]), "deleting " + o.name);
   std::printf("Deleted %s\n", o.name.c_str());
   return kDone;
 }

@@ -60,10 +60,8 @@ void need_sm2(const PublicKey& key, const char* what) {
 }  // namespace
 
 int cmd_export_pubkey(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  Container c(app, o.container);
+  Session s(o, Pin::None);
+  Container c(s.app, o.container);
   bool sign = use_sign(o, true);
   Bytes blob = c.public_blob(sign);
   if (blob.empty()) throw Failure(c.name() + " has no " + (sign ? "signing" : "encryption") + " key pair");
@@ -80,10 +78,8 @@ int cmd_export_pubkey(const Options& o) {
 }
 
 int cmd_export_cert(const Options& o) {
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  Container c(app, o.container);
+  Session s(o, Pin::None);
+  Container c(s.app, o.container);
   bool sign = use_sign(o, true);
   Bytes der = c.certificate(sign);
   if (der.empty()) throw Failure(c.name() + " has no " + (sign ? "signing" : "encryption") + " certificate");
@@ -96,13 +92,10 @@ int cmd_export_cert(const Options& o) {
 
 int cmd_import_cert(const Options& o) {
   Bytes der = read_der(o.in, {"CERTIFICATE"}, "certificate");
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
-  Container c(app, o.container);
+  Session s(o, Pin::Required);
+  Container c(s.app, o.container);
   bool sign = use_sign(o, true);
-  check(lib->SKF_ImportCertificate(c.handle(), sign ? TRUE : FALSE, der.data(), static_cast<ULONG>(der.size())),
+  check(s.lib->SKF_ImportCertificate(c.handle(), sign ? TRUE : FALSE, der.data(), static_cast<ULONG>(der.size())),
         "importing " + o.in);
   std::printf("Certificate stored with the %s key pair of %s\n", sign ? "signing" : "encryption", c.name().c_str());
   return kDone;
@@ -110,23 +103,20 @@ int cmd_import_cert(const Options& o) {
 
 int cmd_sign(const Options& o) {
   Bytes data = read_input(o.in);
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
-  Container c(app, o.container);
+  Session s(o, Pin::Required);
+  Container c(s.app, o.container);
   ULONG type = c.type();
   if (type == 2) {
     PublicKey pub = public_key_from_blob(c.public_blob(true));
-    Bytes hash = digest(dev, SGD_SM3, &pub, o.id, data);
+    Bytes hash = digest(s.dev, SGD_SM3, &pub, o.id, data);
     ECCSIGNATUREBLOB sig{};
-    check(lib->SKF_ECCSignData(c.handle(), hash.data(), static_cast<ULONG>(hash.size()), &sig), "signing");
+    check(s.lib->SKF_ECCSignData(c.handle(), hash.data(), static_cast<ULONG>(hash.size()), &sig), "signing");
     write_output(o.out, ecc_signature_der(sig));
   } else if (type == 1) {
-    Bytes info = sha256_digest_info(digest(dev, SGD_SHA256, nullptr, "", data));
+    Bytes info = sha256_digest_info(digest(s.dev, SGD_SHA256, nullptr, "", data));
     BYTE sig[MAX_RSA_MODULUS_LEN];
     ULONG len = sizeof sig;
-    check(lib->SKF_RSASignData(c.handle(), info.data(), static_cast<ULONG>(info.size()), sig, &len), "signing");
+    check(s.lib->SKF_RSASignData(c.handle(), info.data(), static_cast<ULONG>(info.size()), sig, &len), "signing");
     write_output(o.out, Bytes(sig, sig + len));
   } else {
     throw Failure(c.name() + " holds no key pair");
@@ -174,14 +164,11 @@ int cmd_encrypt(const Options& o) {
 int cmd_decrypt(const Options& o) {
   Bytes blob = sm2_cipher_blob(read_der(o.in, {"SM2 CIPHERTEXT"}, "SM2 ciphertext"));
   auto* cipher = reinterpret_cast<ECCCIPHERBLOB*>(blob.data());
-  auto lib = open_library(o);
-  Device dev(*lib, o.device);
-  Application app(dev, o.app);
-  login(app, o);
-  Container c(app, o.container);
+  Session s(o, Pin::Required);
+  Container c(s.app, o.container);
   Bytes plain(cipher->CipherLen);
   ULONG len = cipher->CipherLen;
-  check(lib->SKF_ECCDecrypt(c.handle(), use_sign(o, false) ? TRUE : FALSE, cipher, plain.data(), &len), "decrypting");
+  check(s.lib->SKF_ECCDecrypt(c.handle(), use_sign(o, false) ? TRUE : FALSE, cipher, plain.data(), &len), "decrypting");
   plain.resize(len);
   write_output(o.out, plain);
   return kDone;

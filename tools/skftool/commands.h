@@ -27,6 +27,18 @@ std::unique_ptr<SkfLibrary> open_library(const Options& o);
 std::string pin_from(const std::string& given, const char* env, const char* prompt);
 // The user PIN, or the administrator PIN with --so.
 void login(const Application& app, const Options& o);
+// Whether a PIN was given by option or environment (no prompt needed).
+bool pin_at_hand(const Options& o);
+
+// What most commands open first: the library, the device and the application of the options,
+// with the PIN verified when the command needs it (or may use one that was given).
+enum class Pin { None, IfGiven, Required };
+struct Session {
+  Session(const Options& o, Pin pin);
+  std::unique_ptr<SkfLibrary> lib;
+  Device dev;
+  Application app;
+};
 
 // Devices and applications.
 int cmd_list(const Options& o);

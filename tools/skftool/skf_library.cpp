@@ -123,20 +123,6 @@ std::vector<std::string> split_list(const char* list, std::size_t size) {
   return names;
 }
 
-namespace {
-
-// An SKF list: asks its size, then fills it.
-template <class Fn>
-std::vector<std::string> read_list(Fn fn, const std::string& what) {
-  ULONG size = 0;
-  check(fn(nullptr, &size), what);
-  std::string buf(static_cast<std::size_t>(size) + 2, '\0');
-  check(fn(&buf[0], &size), what);
-  return split_list(buf.data(), size < buf.size() ? size : buf.size());
-}
-
-}  // namespace
-
 Device::Device(const SkfLibrary& lib, const std::string& name) : lib_(lib), name_(name) {
   if (name_.empty()) {
     auto present =

@@ -30,9 +30,10 @@ void check(ULONG rc, const std::string& what);
 #define SKFTOOL_FUNCTIONS(X)                                                                                         \
   X(SKF_EnumDev)                                                                                                     \
   X(SKF_ConnectDev)                                                                                                  \
-  X(SKF_DisConnectDev) X(SKF_GetDevState) X(SKF_GetDevInfo) X(SKF_GenRandom) X(SKF_DevAuth) X(SKF_EnumApplication)   \
-      X(SKF_OpenApplication) X(SKF_CloseApplication) X(SKF_VerifyPIN) X(SKF_ChangePIN) X(SKF_UnblockPIN)             \
-          X(SKF_GetPINInfo) X(SKF_EnumContainer) X(SKF_OpenContainer) X(SKF_CloseContainer) X(SKF_GetContainerType)  \
+  X(SKF_DisConnectDev)                                                                                               \
+  X(SKF_GetDevState) X(SKF_GetDevInfo) X(SKF_GenRandom) X(SKF_DevAuth) X(SKF_EnumApplication) X(SKF_OpenApplication) \
+      X(SKF_CloseApplication) X(SKF_VerifyPIN) X(SKF_ChangePIN) X(SKF_UnblockPIN) X(SKF_GetPINInfo)                  \
+          X(SKF_EnumContainer) X(SKF_OpenContainer) X(SKF_CloseContainer) X(SKF_GetContainerType)                    \
               X(SKF_ImportCertificate) X(SKF_ExportCertificate) X(SKF_ExportPublicKey) X(SKF_ECCSignData)            \
                   X(SKF_ECCVerify) X(SKF_ExtECCEncrypt) X(SKF_ECCDecrypt) X(SKF_RSASignData) X(SKF_RSAVerify)        \
                       X(SKF_DigestInit) X(SKF_Digest) X(SKF_DigestUpdate) X(SKF_DigestFinal) X(SKF_SetSymmKey)       \
@@ -74,6 +75,25 @@ std::string default_library();
 
 // A multi-string (names each ended by a zero, one more zero at the end) as names.
 std::vector<std::string> split_list(const char* list, std::size_t size);
+
+// The size-then-fill of SKF outputs: fill(nullptr, &size) asks the size, then fill(buffer, &size)
+// fills a buffer of it; what names the step in a failure.
+template <class Fill>
+Bytes size_then_fill(Fill fill, const std::string& what) {
+  ULONG size = 0;
+  check(fill(nullptr, &size), what);
+  Bytes buf(static_cast<std::size_t>(size) + 2, 0);  // room for a list's two final zeros
+  check(fill(buf.data(), &size), what);
+  buf.resize(size < buf.size() ? size : buf.size());
+  return buf;
+}
+
+// An SKF name list, asked for by size and then filled: fill(LPSTR, ULONG*).
+template <class Fill>
+std::vector<std::string> read_list(Fill fill, const std::string& what) {
+  Bytes buf = size_then_fill([&](BYTE* b, ULONG* n) { return fill(reinterpret_cast<LPSTR>(b), n); }, what);
+  return split_list(reinterpret_cast<const char*>(buf.data()), buf.size());
+}
 
 class Device {
  public:
