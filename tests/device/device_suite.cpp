@@ -8,15 +8,15 @@
 namespace device {
 
 void DeviceTest::SetUp() {
-  tokenDir_ = testsupport::make_temp_dir("tokens");
-  tokenEnv_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", tokenDir_.c_str());
+  tokens_ = std::make_unique<testsupport::TokenFolder>("tokens");
+  tokenDir_ = tokens_->dir;
   configure(R"({"devices":[{"name":"EMULATED","type":3}]})");
 }
 
 void DeviceTest::TearDown() {
   for (DEVHANDLE h : connected_) SKF_DisConnectDev(h);
   configure("{}");
-  tokenEnv_.reset();
+  tokens_.reset();
 }
 
 void DeviceTest::configure(const std::string& json) {

@@ -51,7 +51,7 @@ class DeviceTest : public ::testing::Test {
   std::vector<std::string> enumerate(bool present);
 
   std::string tokenDir_;
-  std::unique_ptr<testsupport::ScopedEnv> tokenEnv_;
+  std::unique_ptr<testsupport::TokenFolder> tokens_;
   std::vector<DEVHANDLE> connected_;
 };
 

@@ -53,6 +53,8 @@ ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {
     unset_env(name);
 }
 
+TokenFolder::TokenFolder(const char* tag) : dir(make_temp_dir(tag)), env("VOREL_TOKEN_DIR", dir.c_str()) {}
+
 ScopedEnv::~ScopedEnv() {
   if (had_)
     set_env(name_.c_str(), old_.c_str());

@@ -23,6 +23,14 @@ class ScopedEnv {
   std::string old_;
 };
 
+// A fresh token folder of the test's own (its path ends with the separator), named in
+// VOREL_TOKEN_DIR while it lives.
+struct TokenFolder {
+  explicit TokenFolder(const char* tag);
+  std::string dir;
+  ScopedEnv env;
+};
+
 // A fresh empty folder under the system temp folder, ending in the separator.
 std::string make_temp_dir(const std::string& tag);
 std::string read_file(const std::string& path);

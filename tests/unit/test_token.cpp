@@ -30,8 +30,6 @@ const unsigned char kMasterAccess[4] = {0x04, 0x03, 0x07, 0x03};
 class Tokens : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = testsupport::make_temp_dir("tokens");
-    env_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", dir_.c_str());
     ASSERT_EQ(create(5, "T1", "Test token", &token_.p), VOREL_OK);
   }
 
@@ -68,8 +66,8 @@ class Tokens : public ::testing::Test {
     return kp;
   }
 
-  std::string dir_;
-  std::unique_ptr<testsupport::ScopedEnv> env_;
+  testsupport::TokenFolder folder_{"tokens"};
+  const std::string& dir_ = folder_.dir;
   Dev token_;
 };
 

@@ -28,8 +28,6 @@ const std::size_t kObjectSize = 4096;
 class TokenProcesses : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = testsupport::make_temp_dir("shared-token");
-    env_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", dir_.c_str());
     ASSERT_EQ(VorelPKICryptoCreateToken(5, "P1", "shared", kSo, kUser, 1000, &token_.p), VOREL_OK);
     ASSERT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_OK);
     const unsigned char access[4] = {0x04, 0x03, 0x07, 0x03};
@@ -93,8 +91,8 @@ class TokenProcesses : public ::testing::Test {
     return static_cast<long long>(g);
   }
 
-  std::string dir_;
-  std::unique_ptr<testsupport::ScopedEnv> env_;
+  testsupport::TokenFolder folder_{"shared-token"};
+  const std::string& dir_ = folder_.dir;
   Dev token_;
 };
 

@@ -15,10 +15,6 @@ using namespace crypto_test;
 
 class VorelTokenTool : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = testsupport::make_temp_dir("tool");
-    env_ = std::make_unique<testsupport::ScopedEnv>("VOREL_TOKEN_DIR", dir_.c_str());
-  }
   // Runs the tool on the test's token folder; returns its exit code, its output in out_.
   int tool(std::vector<std::string> args) {
     args.insert(args.begin(), {"--token-dir", dir_});
@@ -29,8 +25,9 @@ class VorelTokenTool : public ::testing::Test {
     return args;
   }
 
-  std::string dir_, out_;
-  std::unique_ptr<testsupport::ScopedEnv> env_;
+  testsupport::TokenFolder folder_{"tool"};
+  const std::string& dir_ = folder_.dir;
+  std::string out_;
 };
 
 TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
