@@ -191,6 +191,22 @@ TEST_F(Asymmetric, Sm2EncryptionAgreesWithOpenssl) {
   EXPECT_EQ(SKF_ECCDecrypt(sm2_, FALSE, ct, out, &len), static_cast<ULONG>(SAR_FAIL));
 }
 
+// A cipher blob is read only once its container is known to be live: with a handle that is not,
+// a blob claiming more cipher bytes than it holds is not read (the suite logs at DEBUG, where a
+// read blob is dumped whole; the address sanitizer sees any byte read past it).
+TEST_F(Asymmetric, ACipherBlobIsReadOnlyForALiveHandle) {
+  auto blob = std::make_unique<ECCCIPHERBLOB>();
+  blob->CipherLen = 4096;
+  static int notAHandle;
+  BYTE out[16];
+  ULONG len = sizeof out;
+  ECCPRIVATEKEYBLOB priv{};
+  priv.BitLen = 256;
+  EXPECT_EQ(SKF_ECCDecrypt(&notAHandle, FALSE, blob.get(), out, &len), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  EXPECT_EQ(SKFEX_ECCDecrypt(&notAHandle, 1, blob.get(), out, &len), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+  EXPECT_EQ(SKF_ExtECCDecrypt(&notAHandle, &priv, blob.get(), out, &len), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+}
+
 // Whoever made a ciphertext chose its plaintext's length: a buffer too small for it is left as it
 // was and told the size. The buffers are exactly their size, for the address sanitizer.
 TEST_F(Asymmetric, APlaintextLongerThanTheCallersBufferIsNotWritten) {
