@@ -4,39 +4,50 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# Each stage prints its name; the times of all stages are printed at the end.
+stage_name="Installing the dependencies"
+stage_start=$SECONDS
+stage_times=()
+stage() {
+  stage_times+=("$(printf '%5d s  %s' $((SECONDS - stage_start)) "$stage_name")")
+  stage_name=$1
+  stage_start=$SECONDS
+  echo "== $1"
+}
+
 bash scripts/install-deps.sh
 
-echo "== House rules of the layout (docs/architecture.md)"
+stage "House rules of the layout (docs/architecture.md)"
 bash scripts/house-rules.sh
 
 jobs=$(nproc)
 export WINEDEBUG=-all
+# The suites are independent processes with folders of their own: run them side by side.
+export CTEST_PARALLEL_LEVEL=$jobs
 export WINEPREFIX="$PWD/build/wineprefix"
 
-echo "== Linux (OpenSSL)"
+stage "Linux (OpenSSL)"
 cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/linux -j"$jobs"
 ctest --test-dir build/linux --output-on-failure
 
-echo "== The demo: the whole signing story through skftool"
+stage "The demo: the whole signing story through skftool"
 bash scripts/demo.sh
 
-echo "== Linux (libgcrypt): the crypto library, tokens and devices with the other implementation"
+stage "Linux (libgcrypt): the crypto library, tokens and devices with the other implementation"
 cmake -S . -B build/linux-gcrypt -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_CRYPTO_BACKEND=gcrypt \
   -DVOREL_BUILD_BENCH=OFF >/dev/null
 cmake --build build/linux-gcrypt -j"$jobs" --target crypto_tests token_tests device_tests
 ctest --test-dir build/linux-gcrypt --output-on-failure -R "crypto_tests|token_tests|device_tests"
 
-echo "== Handles and threads: the libgcrypt build, and a ThreadSanitizer build (docs/handles.md)"
+stage "Handles and threads: the libgcrypt build, and a ThreadSanitizer build (docs/handles.md)"
 cmake --build build/linux-gcrypt -j"$jobs" --target hardening_tests
 ctest --test-dir build/linux-gcrypt --output-on-failure -R hardening_tests
-tsan_start=$SECONDS
 cmake -S . -B build/linux-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_TSAN=ON -DVOREL_BUILD_BENCH=OFF >/dev/null
 cmake --build build/linux-tsan -j"$jobs" --target hardening_tests
 ctest --test-dir build/linux-tsan --output-on-failure -R hardening_tests
-echo "ThreadSanitizer stage: $((SECONDS - tsan_start)) s"
 
-echo "== Linux (OpenSSL) under AddressSanitizer and UndefinedBehaviorSanitizer, leaks checked"
+stage "Linux (OpenSSL) under AddressSanitizer and UndefinedBehaviorSanitizer, leaks checked"
 # Every Linux suite and the processes they start (about 4 minutes to build and 2.5 to run on
 # 2 cores; crypto_tests takes most of the run). Any finding fails the run: undefined behaviour
 # is built not to recover and ASan halts on its first error. Leak suppressions: scripts/lsan.supp.
@@ -46,14 +57,17 @@ cmake --build build/asan -j"$jobs" --target unit_tests crypto_tests token_tests 
 ASAN_OPTIONS=detect_leaks=1:halt_on_error=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
   LSAN_OPTIONS="suppressions=$PWD/scripts/lsan.supp" ctest --test-dir build/asan --output-on-failure
 
-echo "== Fuzzing every reader of outside bytes, 10 s a target (clang, libFuzzer; docs/hardening.md)"
+stage "Fuzzing every reader of outside bytes, 10 s a target (clang, libFuzzer; docs/hardening.md)"
 bash scripts/fuzz.sh 10
 
-echo "== Windows x64 (mingw-w64, libgcrypt) under wine64"
+stage "Windows x64 (mingw-w64, libgcrypt) under wine64"
 cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake >/dev/null
 cmake --build build/windows -j"$jobs"
 ctest --test-dir build/windows --output-on-failure
 
-echo "== The demo under wine64"
+stage "The demo under wine64"
 bash scripts/demo.sh --windows
+
+stage "Done"
+printf '%s\n' "${stage_times[@]}"
