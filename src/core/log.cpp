@@ -135,10 +135,8 @@ void log_message(LogLevel level, const char* func, const char* fmt, ...) {
   if (composed != stack) std::free(composed);
 }
 
-std::string to_hex(const void* data, std::size_t len, bool upper) {
-  static const char lower_digits[] = "0123456789abcdef";
-  static const char upper_digits[] = "0123456789ABCDEF";
-  const char* digits = upper ? upper_digits : lower_digits;
+std::string to_hex(const void* data, std::size_t len) {
+  static const char digits[] = "0123456789abcdef";
   std::string out;
   if (!data) return out;
   out.resize(len * 2);

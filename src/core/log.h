@@ -30,7 +30,7 @@ void log_message(LogLevel level, const char* func, const char* fmt, ...)
 #endif
     ;
 
-std::string to_hex(const void* data, std::size_t len, bool upper = false);
+std::string to_hex(const void* data, std::size_t len);
 std::string to_base64(const void* data, std::size_t len);
 
 // Opens and closes an export's trace at DEBUG: ">>>>> name" and "<<<<< name".
