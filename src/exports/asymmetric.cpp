@@ -6,6 +6,29 @@
 
 using namespace vorel;
 
+namespace {
+
+// SKF_ECCVerify and SKF_ExtECCVerify are one operation under two names.
+ULONG ecc_verify_export(const char* name, decltype(&SkfDll::SKF_ECCVerify) vendorFunction, DEVHANDLE hDev,
+                        ECCPUBLICKEYBLOB* pECCPubKeyBlob, BYTE* pbData, ULONG ulDataLen,
+                        PECCSIGNATUREBLOB pSignature) {
+  return run_export(name, [&](ExportCall& call) -> ULONG {
+    VOREL_VALIDATE(call, call.pointer("hDev", hDev) &&
+                             call.bytes("(unsigned char*)pECCPubKeyBlob", pECCPubKeyBlob, "sizeof(*pECCPubKeyBlob)",
+                                        sizeof(ECCPUBLICKEYBLOB)) &&
+                             call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
+                             call.bytes("(unsigned char*)pSignature", pSignature, "sizeof(*pSignature)",
+                                        sizeof(ECCSIGNATUREBLOB)));
+    auto device = find_device(hDev);
+    if (!device) return call.invalid_handle("hDev");
+    if (auto dll = vendor_module(device->type))
+      return call.forward(*dll, vendorFunction, device->vendorDevice, pECCPubKeyBlob, pbData, ulDataLen, pSignature);
+    return call.finish(ecc_verify(call, *pECCPubKeyBlob, pbData, ulDataLen, *pSignature));
+  });
+}
+
+}  // namespace
+
 extern "C" {
 
 ULONG DEVAPI SKF_GenExtRSAKey(DEVHANDLE hDev, ULONG ulBitsLen, RSAPRIVATEKEYBLOB* pBlob) {
@@ -182,20 +205,8 @@ ULONG DEVAPI SKF_ECCSignData(HCONTAINER hContainer, BYTE* pbData, ULONG ulDataLe
 
 ULONG DEVAPI SKF_ECCVerify(DEVHANDLE hDev, ECCPUBLICKEYBLOB* pECCPubKeyBlob, BYTE* pbData, ULONG ulDataLen,
                            PECCSIGNATUREBLOB pSignature) {
-  return run_export("SKF_ECCVerify", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hDev", hDev) &&
-                             call.bytes("(unsigned char*)pECCPubKeyBlob", pECCPubKeyBlob, "sizeof(*pECCPubKeyBlob)",
-                                        sizeof(ECCPUBLICKEYBLOB)) &&
-                             call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
-                             call.bytes("(unsigned char*)pSignature", pSignature, "sizeof(*pSignature)",
-                                        sizeof(ECCSIGNATUREBLOB)));
-    auto device = find_device(hDev);
-    if (!device) return call.invalid_handle("hDev");
-    if (auto dll = vendor_module(device->type))
-      return call.forward(*dll, &SkfDll::SKF_ECCVerify, device->vendorDevice, pECCPubKeyBlob, pbData, ulDataLen,
-                          pSignature);
-    return call.finish(ecc_verify(call, *pECCPubKeyBlob, pbData, ulDataLen, *pSignature));
-  });
+  return ecc_verify_export("SKF_ECCVerify", &SkfDll::SKF_ECCVerify, hDev, pECCPubKeyBlob, pbData, ulDataLen,
+                           pSignature);
 }
 
 ULONG DEVAPI SKF_ECCExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, ECCPUBLICKEYBLOB* pPubKey,
@@ -266,20 +277,8 @@ ULONG DEVAPI SKF_ExtECCSign(DEVHANDLE hDev, ECCPRIVATEKEYBLOB* pECCPriKeyBlob, B
 
 ULONG DEVAPI SKF_ExtECCVerify(DEVHANDLE hDev, ECCPUBLICKEYBLOB* pECCPubKeyBlob, BYTE* pbData, ULONG ulDataLen,
                               PECCSIGNATUREBLOB pSignature) {
-  return run_export("SKF_ExtECCVerify", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hDev", hDev) &&
-                             call.bytes("(unsigned char*)pECCPubKeyBlob", pECCPubKeyBlob, "sizeof(*pECCPubKeyBlob)",
-                                        sizeof(ECCPUBLICKEYBLOB)) &&
-                             call.bytes("pbData", pbData, "ulDataLen", ulDataLen) &&
-                             call.bytes("(unsigned char*)pSignature", pSignature, "sizeof(*pSignature)",
-                                        sizeof(ECCSIGNATUREBLOB)));
-    auto device = find_device(hDev);
-    if (!device) return call.invalid_handle("hDev");
-    if (auto dll = vendor_module(device->type))
-      return call.forward(*dll, &SkfDll::SKF_ExtECCVerify, device->vendorDevice, pECCPubKeyBlob, pbData, ulDataLen,
-                          pSignature);
-    return call.finish(ecc_verify(call, *pECCPubKeyBlob, pbData, ulDataLen, *pSignature));
-  });
+  return ecc_verify_export("SKF_ExtECCVerify", &SkfDll::SKF_ExtECCVerify, hDev, pECCPubKeyBlob, pbData, ulDataLen,
+                           pSignature);
 }
 
 ULONG DEVAPI SKF_ECCDecrypt(HCONTAINER hContainer, BOOL bSignFlag, PECCCIPHERBLOB pCipherText, BYTE* pbData,
