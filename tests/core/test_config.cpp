@@ -10,19 +10,6 @@ using vorel::VorelSKFConfig;
 
 namespace {
 
-TEST(Config, EntryDefaults) {
-  VorelSKFConfig config;
-  ASSERT_TRUE(config.LoadWithContent(R"({"devices":[{"type":3}]})"));
-  ASSERT_EQ(config.devices()->size(), 1u);
-  const DeviceConfig& d = (*config.devices())[0];
-  EXPECT_EQ(d.type, 3);
-  EXPECT_EQ(d.name, "");
-  EXPECT_EQ(d.dllpath, "");
-  EXPECT_FALSE(d.isskf);
-  EXPECT_TRUE(d.useMasterFile);
-  EXPECT_TRUE(d.pidvids.empty());
-}
-
 TEST(Config, FullEntryInOrder) {
   VorelSKFConfig config;
   ASSERT_TRUE(config.LoadWithContent(R"({"devices":[
@@ -41,12 +28,6 @@ TEST(Config, FullEntryInOrder) {
   EXPECT_EQ(config.find(7), nullptr);
 }
 
-TEST(Config, DocumentWithoutDevicesHasNoTypes) {
-  VorelSKFConfig config;
-  ASSERT_TRUE(config.LoadWithContent(R"({"other":1})"));
-  EXPECT_TRUE(config.devices()->empty());
-}
-
 struct ConversionCase {
   const char* entry;
   bool loads;
@@ -55,6 +36,15 @@ struct ConversionCase {
 
 TEST(Config, ValuesOfOtherTypesConvertOrFail) {
   const ConversionCase cases[] = {
+      {R"({"type":3})", true,
+       [](const DeviceConfig& d) {  // the defaults of every other key
+         EXPECT_EQ(d.name, "");
+         EXPECT_EQ(d.dllpath, "");
+         EXPECT_FALSE(d.isskf);
+         EXPECT_TRUE(d.useMasterFile);
+         EXPECT_TRUE(d.pidvids.empty());
+         EXPECT_FALSE(d.hasDevAuthKey);
+       }},
       {R"({"type":true})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.type, 1); }},
       {R"({"type":2.9})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.type, 2); }},
       {R"({"type":null})", true, [](const DeviceConfig& d) { EXPECT_EQ(d.type, 0); }},
@@ -71,7 +61,6 @@ TEST(Config, ValuesOfOtherTypesConvertOrFail) {
          EXPECT_EQ(d.devAuthKey[8], 0xFE);
          EXPECT_EQ(d.devAuthKey[15], 0x10);
        }},
-      {R"({"type":3})", true, [](const DeviceConfig& d) { EXPECT_FALSE(d.hasDevAuthKey); }},
       {R"({"devAuthKey":"0123456789abcdef0123456789abcde"})", false, nullptr},
       {R"({"devAuthKey":"0123456789abcdef0123456789abcdeg"})", false, nullptr},
       {R"({"type":"3"})", false, nullptr},
@@ -80,6 +69,9 @@ TEST(Config, ValuesOfOtherTypesConvertOrFail) {
       {R"({"name":[1]})", false, nullptr},
       {R"(7)", false, nullptr},
   };
+  VorelSKFConfig empty;
+  ASSERT_TRUE(empty.LoadWithContent(R"({"other":1})"));
+  EXPECT_TRUE(empty.devices()->empty());
   for (const ConversionCase& c : cases) {
     VorelSKFConfig config;
     std::string doc = std::string(R"({"devices":[)") + c.entry + "]}";
@@ -91,31 +83,32 @@ TEST(Config, ValuesOfOtherTypesConvertOrFail) {
   }
 }
 
-TEST(Config, ParseErrorIsLoggedWithTheParserText) {
-  auto log = unit::log_file();
-  VorelSKFConfig config;
-  EXPECT_FALSE(config.LoadWithContent("{"));
-  std::string text = log.since();
-  auto at = text.find("[ERROR] [VorelSKFConfig::LoadWithContent] Fail to parse JSON from content, because: ");
-  ASSERT_NE(at, std::string::npos) << text;
-  EXPECT_NE(text.find("parse error", at), std::string::npos);
-}
-
-TEST(Config, MissingFileIsAWarning) {
-  auto log = unit::log_file();
-  VorelSKFConfig config;
-  std::string path = testsupport::make_temp_dir("cfg") + "absent.json";
-  EXPECT_FALSE(config.LoadWithPath(path.c_str()));
-  EXPECT_NE(log.since().find("[WARN] [VorelSKFConfig::LoadWithPath] file " + path + " not found"), std::string::npos);
-}
-
-TEST(Config, BadFileNamesThePathForm) {
-  auto log = unit::log_file();
-  std::string path = testsupport::make_temp_dir("cfg") + "bad.json";
-  testsupport::write_file(path, "{\"devices\": [");
-  VorelSKFConfig config;
-  EXPECT_FALSE(config.LoadWithPath(path.c_str()));
-  EXPECT_NE(log.since().find("Fail to parse JSON from config file, because: "), std::string::npos);
+// Every failed load says why, in the form of its source.
+TEST(Config, FailedLoadsAreLoggedWithTheirCause) {
+  std::string dir = testsupport::make_temp_dir("cfg");
+  testsupport::write_file(dir + "bad.json", "{\"devices\": [");
+  const struct {
+    std::function<bool(VorelSKFConfig&)> load;
+    std::string line;
+  } cases[] = {
+      {[](VorelSKFConfig& c) { return c.LoadWithContent("{"); },
+       "[ERROR] [VorelSKFConfig::LoadWithContent] Fail to parse JSON from content, because: "},
+      {[&](VorelSKFConfig& c) { return c.LoadWithPath((dir + "absent.json").c_str()); },
+       "[WARN] [VorelSKFConfig::LoadWithPath] file " + dir + "absent.json not found"},
+      {[&](VorelSKFConfig& c) { return c.LoadWithPath((dir + "bad.json").c_str()); },
+       "Fail to parse JSON from config file, because: "},
+  };
+  for (const auto& c : cases) {
+    auto log = unit::log_file();
+    VorelSKFConfig config;
+    EXPECT_FALSE(c.load(config)) << c.line;
+    std::string text = log.since();
+    auto at = text.find(c.line);
+    ASSERT_NE(at, std::string::npos) << text;
+    if (c.line.find("parse") != std::string::npos) {
+      EXPECT_NE(text.find("parse error", at), std::string::npos);
+    }
+  }
 }
 
 TEST(Config, FailedReloadKeepsTheEntriesSuccessfulOneReplacesThem) {
