@@ -20,7 +20,11 @@ $build/bin/token_seeds $seeds/tokens $seeds/sm2.key.der $seeds/sm2.crt.der
 mkdir -p $seeds/skf
 $build/bin/skf_seeds $seeds/skf
 export LSAN_OPTIONS="suppressions=$PWD/scripts/lsan.supp"
-for target in $build/bin/fuzz_*; do
+export build seeds seconds
+
+# One target for $seconds over its corpus; prints its runs, or the finding and exits non-zero.
+run_target() {
+  local target=$1 name corpus
   name=$(basename "$target")
   corpus=$build/corpus/$name
   mkdir -p "$corpus"
@@ -34,7 +38,11 @@ for target in $build/bin/fuzz_*; do
        >$build/$name.log 2>&1; then
     grep -vE '^ksba:' $build/$name.log | tail -40
     echo "$name: finding (see $build/$name.log)"
-    exit 1
+    return 1
   fi
   echo "$name: $(grep -E '^Done' $build/$name.log)"
-done
+}
+export -f run_target
+
+# One target a core at a time.
+ls $build/bin/fuzz_* | xargs -P "$(nproc)" -n 1 bash -c 'set -euo pipefail; run_target "$0"'
