@@ -126,7 +126,7 @@ TEST_F(Applications, ContainerHandles) {
 }
 
 TEST_F(Applications, TheOneApplication) {
-  HAPPLICATION app = open({});
+  open({});
   char list[8];
   ULONG size = 5;
   EXPECT_EQ(SKF_EnumApplication(dev_, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
@@ -141,69 +141,48 @@ TEST_F(Applications, TheOneApplication) {
     std::string name = wrong;
     EXPECT_EQ(SKF_OpenApplication(dev_, &name[0], &other), static_cast<ULONG>(SAR_APPLICATION_NAME_INVALID)) << wrong;
   }
-  char name[] = "VOREL", pin[] = "12345678";
-  HCONTAINER container = nullptr;
-  const std::function<ULONG()> refused[] = {
-      [&] { return SKF_CreateApplication(dev_, name, pin, 6, pin, 6, 1, &other); },
-      [&] { return SKF_DeleteApplication(dev_, name); },
-      [&] { return SKF_CreateContainer(app, name, &container); },
-      [&] { return SKF_DeleteContainer(app, name); },
-  };
-  for (const auto& call : refused) EXPECT_EQ(call(), static_cast<ULONG>(SAR_NOT_EMULATED));
 }
 
 TEST_F(Applications, PinsAndTheSecureState) {
   HAPPLICATION app = open({});
   HAPPLICATION second = open_app(dev_);
-  enum Op { Verify, Change, Unblock, Clear };
+  auto verify = [&](ULONG type, std::string pin, ULONG* retries) { return SKF_VerifyPIN(app, type, &pin[0], retries); };
+  auto change = [&](std::string pin, std::string to, ULONG* retries) {
+    return SKF_ChangePIN(app, USER_TYPE, &pin[0], &to[0], retries);
+  };
+  auto unblock = [&](std::string so, std::string to, ULONG* retries) {
+    return SKF_UnblockPIN(app, &so[0], &to[0], retries);
+  };
   const struct {
-    Op op;
-    ULONG type;  // PIN type of verify and change
-    const char* pin;
-    const char* newPin;
+    std::function<ULONG(ULONG*)> call;
     ULONG rc;
     ULONG retries;  // checked when the answer is SAR_PIN_INCORRECT
     ULONG state;    // SKF_GetSecureState afterwards
   } steps[] = {
-      {Verify, USER_TYPE, kUserPin, nullptr, SAR_OK, 0, 1},
-      {Verify, USER_TYPE, "00000000", nullptr, SAR_PIN_INCORRECT, 5, 2},  // a failure logs out
-      {Verify, ADMIN_TYPE, kSoPin, nullptr, SAR_OK, 0, 0},
-      {Verify, USER_TYPE, kUserPin, nullptr, SAR_OK, 0, 1},  // the user flag alone now
-      {Verify, 2, kUserPin, nullptr, SAR_USER_TYPE_INVALID, 0, 2},
-      {Verify, USER_TYPE, kUserPin, nullptr, SAR_OK, 0, 1},
-      {Unblock, 0, "00000000", "11112222", SAR_PIN_INCORRECT, 5, 1},  // the administrator PIN's tries
-      {Unblock, 0, kSoPin, "11112222", SAR_OK, 0, 0},
-      {Verify, USER_TYPE, kUserPin, nullptr, SAR_PIN_INCORRECT, 5, 2},  // replaced
-      {Change, USER_TYPE, "11112222", kUserPin, SAR_OK, 0, 2},
-      {Change, USER_TYPE, "11112222", kUserPin, SAR_PIN_INCORRECT, 5, 2},
-      {Verify, USER_TYPE, "123", nullptr, SAR_PIN_LEN_RANGE, 0, 2},
-      {Verify, ADMIN_TYPE, kSoPin, nullptr, SAR_OK, 0, 0},
-      {Clear, 0, nullptr, nullptr, SAR_OK, 0, 2},
+      {[&](ULONG* r) { return verify(USER_TYPE, kUserPin, r); }, SAR_OK, 0, 1},
+      {[&](ULONG* r) { return verify(USER_TYPE, "00000000", r); }, SAR_PIN_INCORRECT, 5, 2},  // a failure logs out
+      {[&](ULONG* r) { return verify(ADMIN_TYPE, kSoPin, r); }, SAR_OK, 0, 0},
+      {[&](ULONG* r) { return verify(USER_TYPE, kUserPin, r); }, SAR_OK, 0, 1},  // the user flag alone now
+      {[&](ULONG* r) { return verify(2, kUserPin, r); }, SAR_USER_TYPE_INVALID, 0, 2},
+      {[&](ULONG* r) { return verify(USER_TYPE, kUserPin, r); }, SAR_OK, 0, 1},
+      {[&](ULONG* r) { return unblock("00000000", "11112222", r); }, SAR_PIN_INCORRECT, 5, 1},  // the SO PIN's tries
+      {[&](ULONG* r) { return unblock(kSoPin, "11112222", r); }, SAR_OK, 0, 0},
+      {[&](ULONG* r) { return verify(USER_TYPE, kUserPin, r); }, SAR_PIN_INCORRECT, 5, 2},  // replaced
+      {[&](ULONG* r) { return change("11112222", kUserPin, r); }, SAR_OK, 0, 2},
+      {[&](ULONG* r) { return change("11112222", kUserPin, r); }, SAR_PIN_INCORRECT, 5, 2},
+      {[&](ULONG* r) { return verify(USER_TYPE, "123", r); }, SAR_PIN_LEN_RANGE, 0, 2},
+      {[&](ULONG* r) { return verify(ADMIN_TYPE, kSoPin, r); }, SAR_OK, 0, 0},
+      {[&](ULONG*) { return SKF_ClearSecureState(app); }, SAR_OK, 0, 2},
   };
   int i = 0;
   for (const auto& s : steps) {
     ++i;
-    std::string pin = s.pin ? s.pin : "", newPin = s.newPin ? s.newPin : "";
-    ULONG retries = 99, rc = 0;
-    switch (s.op) {
-      case Verify:
-        rc = SKF_VerifyPIN(app, s.type, &pin[0], &retries);
-        break;
-      case Change:
-        rc = SKF_ChangePIN(app, s.type, &pin[0], &newPin[0], &retries);
-        break;
-      case Unblock:
-        rc = SKF_UnblockPIN(app, &pin[0], &newPin[0], &retries);
-        break;
-      case Clear:
-        rc = SKF_ClearSecureState(app);
-        break;
-    }
+    ULONG retries = 99, state = 99;
+    ULONG rc = s.call(&retries);
     EXPECT_EQ(rc, s.rc) << "step " << i;
     if (rc == SAR_PIN_INCORRECT) {
       EXPECT_EQ(retries, s.retries) << "step " << i;
     }
-    ULONG state = 99;
     ASSERT_EQ(SKF_GetSecureState(app, &state), kOk);
     EXPECT_EQ(state, s.state) << "step " << i;
     ASSERT_EQ(SKF_GetSecureState(second, &state), kOk);
@@ -213,20 +192,19 @@ TEST_F(Applications, PinsAndTheSecureState) {
   // Six wrong tries lock the user PIN: the right one is then refused until it is unblocked.
   ULONG retries = 0, max = 0, left = 0;
   BOOL isDefault = TRUE;
-  char wrong[] = "00000000", right[] = "12345678", so[] = "87654321";
-  ASSERT_EQ(SKF_VerifyPIN(app, USER_TYPE, right, &retries), kOk);
+  ASSERT_EQ(verify(USER_TYPE, kUserPin, &retries), kOk);
   for (ULONG expect = 5; expect != static_cast<ULONG>(-1); --expect) {
-    EXPECT_EQ(SKF_VerifyPIN(app, USER_TYPE, wrong, &retries), static_cast<ULONG>(SAR_PIN_INCORRECT));
+    EXPECT_EQ(verify(USER_TYPE, "00000000", &retries), static_cast<ULONG>(SAR_PIN_INCORRECT));
     EXPECT_EQ(retries, expect);
   }
-  EXPECT_EQ(SKF_VerifyPIN(app, USER_TYPE, right, &retries), static_cast<ULONG>(SAR_PIN_INCORRECT));
+  EXPECT_EQ(verify(USER_TYPE, kUserPin, &retries), static_cast<ULONG>(SAR_PIN_INCORRECT));
   EXPECT_EQ(retries, 0u);
   ASSERT_EQ(SKF_GetPINInfo(app, USER_TYPE, &max, &left, &isDefault), kOk);
   EXPECT_EQ(max, 6u);
   EXPECT_EQ(left, 0u);
   EXPECT_EQ(isDefault, FALSE);
-  ASSERT_EQ(SKF_UnblockPIN(app, so, right, &retries), kOk);
-  EXPECT_EQ(SKF_VerifyPIN(app, USER_TYPE, right, &retries), kOk);
+  ASSERT_EQ(unblock(kSoPin, kUserPin, &retries), kOk);
+  EXPECT_EQ(verify(USER_TYPE, kUserPin, &retries), kOk);
   ASSERT_EQ(SKF_GetPINInfo(app, USER_TYPE, &max, &left, &isDefault), kOk);
   EXPECT_EQ(left, 6u);
   EXPECT_EQ(SKF_GetPINInfo(app, 7, &max, &left, &isDefault), static_cast<ULONG>(SAR_USER_TYPE_INVALID));
