@@ -39,13 +39,9 @@ class Symmetric : public DeviceTest {
   Bytes run(HANDLE k, bool encrypt, const BLOCKCIPHERPARAM& p, Bytes in) {
     Bytes out(in.size() + 32);
     ULONG len = static_cast<ULONG>(out.size());
-    if (encrypt) {
-      EXPECT_EQ(SKF_EncryptInit(k, p), kOk);
-      EXPECT_EQ(SKF_Encrypt(k, in.data(), static_cast<ULONG>(in.size()), out.data(), &len), kOk);
-    } else {
-      EXPECT_EQ(SKF_DecryptInit(k, p), kOk);
-      EXPECT_EQ(SKF_Decrypt(k, in.data(), static_cast<ULONG>(in.size()), out.data(), &len), kOk);
-    }
+    EXPECT_EQ((encrypt ? SKF_EncryptInit : SKF_DecryptInit)(k, p), kOk);
+    auto once = encrypt ? SKF_Encrypt : SKF_Decrypt;
+    EXPECT_EQ(once(k, in.data(), static_cast<ULONG>(in.size()), out.data(), &len), kOk);
     out.resize(len);
     return out;
   }
