@@ -156,11 +156,8 @@ TEST_F(Asymmetric, Sm2CipherBlobs) {
     ULONG room;
     bool extension;
     ULONG rc;
-  } cases[] = {{16, false, SAR_BUFFER_TOO_SMALL},
-               {999, false, SAR_BUFFER_TOO_SMALL},
-               {1000, false, SAR_OK},
-               {16, true, SAR_BUFFER_TOO_SMALL},
-               {1000, true, SAR_OK}};
+  } cases[] = {{16, false, SAR_BUFFER_TOO_SMALL}, {999, false, SAR_BUFFER_TOO_SMALL}, {1000, false, SAR_OK},
+               {16, true, SAR_BUFFER_TOO_SMALL},  {1000, true, SAR_OK}};
   for (const auto& c : cases) {
     Bytes out(c.room, 0xA5);
     ULONG len = c.room;
