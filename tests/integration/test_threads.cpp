@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -96,42 +97,38 @@ class Threads : public DeviceTest {
   HAPPLICATION adminApp_ = nullptr;
 };
 
-// A thread's own reference values, computed with the crypto library before the threads start.
+// A thread's own data and, computed with the crypto library before the threads start, its
+// SHA-256 and its SM4-CBC encryption (no padding) under the thread's key and IV.
 struct Reference {
-  Bytes data;     // 64 bytes of its own
-  Bytes sha256;   // of data
-  Bytes key, iv;  // SM4
-  Bytes cipher;   // data under key and iv, CBC without padding
+  Bytes data, sha256, key, iv, cipher;
 };
 
-Bytes library_digest(const Bytes& data) {
-  vorel::UniquePtr<VOREL_DEVICE> pseudo;
-  VOREL_DEVICE* d = nullptr;
-  VorelPKICryptoGetPseudoDevice(&d);
-  pseudo.reset(d);
-  vorel::UniquePtr<VOREL_HASH> hash(VorelPKICryptoNewHash(d, VOREL_HASH_SHA256));
-  unsigned char* out = nullptr;
-  std::size_t len = 0;
-  EXPECT_EQ(VorelPKICryptoHashUpdate(hash.get(), data.data(), data.size()), VOREL_OK);
-  EXPECT_EQ(VorelPKICryptoHashFinal(hash.get(), &out, &len), VOREL_OK);
+Bytes take(unsigned char* out, std::size_t len) {
   Bytes r(out, out + len);
   VorelPKICryptoFreeMemory(out);
   return r;
 }
 
-Bytes library_sm4_cbc(const Bytes& key, const Bytes& iv, const Bytes& data) {
+Reference reference(int i) {
+  Reference r{{}, {}, Bytes(16, static_cast<BYTE>(0x40 + i)), Bytes(16, static_cast<BYTE>(0x80 + i)), {}};
+  for (int b = 0; b < 64; ++b) r.data.push_back(static_cast<BYTE>(i * 31 + b * 7));
   VOREL_DEVICE* d = nullptr;
   VorelPKICryptoGetPseudoDevice(&d);
   vorel::UniquePtr<VOREL_DEVICE> pseudo(d);
-  vorel::UniquePtr<VOREL_CIPHER> c(VorelPKICryptoNewCipher(d, 1, VOREL_CIPHER_SM4_CBC, key.data(), 16, iv.data()));
-  EXPECT_NE(c, nullptr);
-  if (!c) return {};
-  VorelPKICryptoCipherSetPadding(c.get(), VOREL_PADDING_NONE);
+  vorel::UniquePtr<VOREL_HASH> hash(VorelPKICryptoNewHash(d, VOREL_HASH_SHA256));
+  vorel::UniquePtr<VOREL_CIPHER> c(VorelPKICryptoNewCipher(d, 1, VOREL_CIPHER_SM4_CBC, r.key.data(), 16, r.iv.data()));
+  if (!hash || !c) {
+    ADD_FAILURE() << "no SHA-256 or SM4-CBC in the crypto library";
+    return r;
+  }
   unsigned char* out = nullptr;
   std::size_t len = 0;
-  EXPECT_EQ(VorelPKICryptoCipherUpdate(c.get(), data.data(), data.size(), &out, &len), VOREL_OK);
-  Bytes r(out, out + len);
-  VorelPKICryptoFreeMemory(out);
+  EXPECT_EQ(VorelPKICryptoHashUpdate(hash.get(), r.data.data(), r.data.size()), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoHashFinal(hash.get(), &out, &len), VOREL_OK);
+  r.sha256 = take(out, len);
+  VorelPKICryptoCipherSetPadding(c.get(), VOREL_PADDING_NONE);
+  EXPECT_EQ(VorelPKICryptoCipherUpdate(c.get(), r.data.data(), r.data.size(), &out, &len), VOREL_OK);
+  r.cipher = take(out, len);
   return r;
 }
 
@@ -151,15 +148,8 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
   ASSERT_EQ(VorelPKICertGetCertPublicKey(cert.get(), VOREL_CERT_PUBLIC_KEY, &rawPub), VOREL_OK);
   vorel::UniquePtr<VOREL_PUBLICKEY> signer(rawPub);
 
-  std::vector<Reference> refs(kThreads);
-  for (int i = 0; i < kThreads; ++i) {
-    Reference& r = refs[static_cast<std::size_t>(i)];
-    for (int b = 0; b < 64; ++b) r.data.push_back(static_cast<BYTE>(i * 31 + b * 7));
-    r.key = Bytes(16, static_cast<BYTE>(0x40 + i));
-    r.iv = Bytes(16, static_cast<BYTE>(0x80 + i));
-    r.sha256 = library_digest(r.data);
-    r.cipher = library_sm4_cbc(r.key, r.iv, r.data);
-  }
+  std::vector<Reference> refs;
+  for (int i = 0; i < kThreads; ++i) refs.push_back(reference(i));
 
   Anomalies anomalies;
   std::vector<std::vector<Sample>> samples(kThreads);
@@ -341,34 +331,26 @@ TEST_F(Threads, HandlesClosedUnderRunningCallsAnswerInvalidHandle) {
   std::atomic<bool> stop{false};
   Anomalies anomalies;
   std::atomic<long> calls{0}, refused{0};
+  const struct {
+    const char* name;
+    std::function<ULONG(BYTE*, ULONG*)> call;
+  } uses[] = {
+      {"SKF_GetSecureState", [&](BYTE*, ULONG* n) { return SKF_GetSecureState(shared.app, n); }},
+      {"SKF_EnumContainer", [&](BYTE* b, ULONG* n) { return SKF_EnumContainer(shared.app, reinterpret_cast<LPSTR>(b), n); }},
+      {"SKF_GetContainerType", [&](BYTE*, ULONG* n) { return SKF_GetContainerType(shared.con, n); }},
+      {"SKF_ExportPublicKey", [&](BYTE* b, ULONG* n) { return SKF_ExportPublicKey(shared.con, TRUE, b, n); }},
+      {"SKF_EncryptInit", [&](BYTE*, ULONG*) { return SKF_EncryptInit(shared.key, BLOCKCIPHERPARAM{}); }},
+      {"SKF_DigestUpdate", [&](BYTE* b, ULONG*) { return SKF_DigestUpdate(shared.hash, b, 64); }},
+  };
   auto user = [&](int i) {
-    BLOCKCIPHERPARAM param{};
     BYTE buf[512] = {};
     for (long n = 0; !stop; ++n) {
-      ULONG len = sizeof buf, value = 0, rc;
-      const char* what;
-      switch ((n + i) % 6) {
-        case 0:
-          what = "SKF_GetSecureState", rc = SKF_GetSecureState(shared.app, &value);
-          break;
-        case 1:
-          what = "SKF_EnumContainer", rc = SKF_EnumContainer(shared.app, reinterpret_cast<LPSTR>(buf), &len);
-          break;
-        case 2:
-          what = "SKF_GetContainerType", rc = SKF_GetContainerType(shared.con, &value);
-          break;
-        case 3:
-          what = "SKF_ExportPublicKey", rc = SKF_ExportPublicKey(shared.con, TRUE, buf, &len);
-          break;
-        case 4:
-          what = "SKF_EncryptInit", rc = SKF_EncryptInit(shared.key, param);
-          break;
-        default:
-          what = "SKF_DigestUpdate", rc = SKF_DigestUpdate(shared.hash, buf, 64);
-      }
+      ULONG len = sizeof buf;
+      const auto& use = uses[(n + i) % 6];
+      ULONG rc = use.call(buf, &len);
       ++calls;
       if (rc == SAR_INVALIDHANDLEERR) ++refused;
-      else if (rc != kOk) anomalies.add(std::string(what) + " " + hex32(rc));
+      else if (rc != kOk) anomalies.add(std::string(use.name) + " " + hex32(rc));
     }
   };
   {
@@ -399,40 +381,43 @@ TEST_F(Threads, HandlesClosedUnderRunningCallsAnswerInvalidHandle) {
   EXPECT_EQ(anomalies.count, 0) << anomalies.first;
 }
 
-// A thread waiting for the device lock is let go when the holder disconnects the device.
-TEST_F(Threads, AWaiterForTheDeviceLockIsReleasedWhenTheDeviceIsDisconnected) {
-  DEVHANDLE dev = connect("3#TH");
-  ASSERT_EQ(SKF_LockDev(dev, 0), kOk);
-  std::atomic<ULONG> waited{0xFFFFFFFF};
-  Watchdog watchdog("a waiter for the device lock of a disconnected device", 60);
-  std::thread waiter([&] { waited = SKF_LockDev(dev, 0); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_EQ(waited.load(), 0xFFFFFFFFu) << "the lock was not held";
-  EXPECT_EQ(SKF_DisConnectDev(dev), kOk);
-  waiter.join();
-  EXPECT_EQ(waited.load(), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
-}
-
-// A reload waits for the calls in flight, but a thread waiting for the device lock is not one of
-// them: its holder's SKF_UnlockDev would be held at the door the reload closed.
-TEST_F(Threads, AReloadDoesNotWaitForAWaiterForTheDeviceLock) {
-  DEVHANDLE dev = connect("3#TH");
-  ASSERT_EQ(SKF_LockDev(dev, 0), kOk);
-  std::atomic<ULONG> waited{0xFFFFFFFF};
-  Watchdog watchdog("a reload beside a waiter for the device lock", 60);
-  std::thread waiter([&] {
-    waited = SKF_LockDev(dev, 0);
-    SKF_UnlockDev(dev);
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  auto start = std::chrono::steady_clock::now();
-  char json[] = R"({"devices":[{"type":3}]})";
-  EXPECT_EQ(SKF_LoadConfigurationWithContent(json), kOk);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-  EXPECT_EQ(waited.load(), 0xFFFFFFFFu) << "the lock was not held";
-  EXPECT_EQ(SKF_UnlockDev(dev), kOk);
-  waiter.join();
-  EXPECT_EQ(waited.load(), kOk);
+// A thread waiting for the device lock is let go when the holder disconnects the device. A reload
+// waits for the calls in flight, but such a waiter is not one of them: its holder's SKF_UnlockDev
+// would be held at the door the reload closed.
+TEST_F(Threads, AWaiterForTheDeviceLockHoldsUpNeitherADisconnectNorAReload) {
+  const struct {
+    const char* what;
+    std::function<void(DEVHANDLE, const std::atomic<ULONG>&)> holder;
+    ULONG waiterGets;
+  } cases[] = {
+      {"a waiter for the device lock of a disconnected device",
+       [](DEVHANDLE dev, const std::atomic<ULONG>&) { EXPECT_EQ(SKF_DisConnectDev(dev), kOk); }, SAR_INVALIDHANDLEERR},
+      {"a reload beside a waiter for the device lock",
+       [](DEVHANDLE dev, const std::atomic<ULONG>& waited) {
+         auto start = Clock::now();
+         char json[] = R"({"devices":[{"type":3}]})";
+         EXPECT_EQ(SKF_LoadConfigurationWithContent(json), kOk);
+         EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+         EXPECT_EQ(waited.load(), 0xFFFFFFFFu) << "the lock was not held";
+         EXPECT_EQ(SKF_UnlockDev(dev), kOk);
+       },
+       kOk},
+  };
+  for (const auto& c : cases) {
+    DEVHANDLE dev = connect("3#TH");
+    ASSERT_EQ(SKF_LockDev(dev, 0), kOk);
+    std::atomic<ULONG> waited{0xFFFFFFFF};
+    Watchdog watchdog(c.what, 60);
+    std::thread waiter([&] {
+      waited = SKF_LockDev(dev, 0);
+      if (waited == kOk) SKF_UnlockDev(dev);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(waited.load(), 0xFFFFFFFFu) << c.what << ": the lock was not held";
+    c.holder(dev, waited);
+    waiter.join();
+    EXPECT_EQ(waited.load(), c.waiterGets) << c.what;
+  }
 }
 
 // Loading the configuration again while calls run changes none of their answers.

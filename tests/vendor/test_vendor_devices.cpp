@@ -1,9 +1,7 @@
 // Devices of a vendor module: what reaches the vendor, what comes back, what is missing.
 #include <cstring>
-#include <functional>
-#include <tuple>
 
-#include "device_suite.h"
+#include "export_catalogue.h"
 
 namespace device {
 namespace {
@@ -18,83 +16,72 @@ class VendorDevices : public DeviceTest {
     vendor_ = std::make_unique<testsupport::Recorder>(testsupport::module_path(VENDOR_FIXTURE));
   }
   void with_fixture_as_7() { configure(R"({"devices":[)" + vendor_entry(7) + "," + empty_vendor_entry(8) + "]}"); }
-  // The handle the vendor gave out for our device: the one its SKF_GetDevInfo received.
-  uint64_t vendor_handle() { return vendor_->last("SKF_GetDevInfo").at(0); }
-
-  // An export's call on the vendor route: what its vendor function must receive first (the
-  // vendor's handle, then the caller's arguments) and, when not empty, its first text argument.
-  struct Forwarded {
-    const char* name;
-    std::function<ULONG()> call;
-    std::vector<uint64_t> args;
-    const char* text = nullptr;
-  };
-  // Each call reaches the vendor as described, and a vendor failure comes back unchanged, logged.
-  void expect_forwarded(const std::vector<Forwarded>& cases, ULONG firstCode, HANDLE* out = nullptr) {
-    ULONG code = firstCode;
-    for (const Forwarded& c : cases) {
-      ASSERT_EQ(c.call(), kOk) << c.name;
-      std::vector<uint64_t> got = vendor_->last(c.name);
-      ASSERT_GE(got.size(), c.args.size()) << c.name;
-      EXPECT_EQ(std::vector<uint64_t>(got.begin(), got.begin() + c.args.size()), c.args) << c.name;
-      if (c.text) {
-        EXPECT_EQ(vendor_->text(c.name), c.text) << c.name;
-      }
-      vendor_->answer(c.name, ++code);
-      auto log = log_file();
-      if (out) *out = reinterpret_cast<HANDLE>(0x5);
-      EXPECT_EQ(c.call(), code) << c.name;
-      if (out) {
-        EXPECT_EQ(*out, reinterpret_cast<HANDLE>(0x5)) << c.name << ": no handle for a refused call";
-      }
-      char expected[96];
-      std::snprintf(expected, sizeof expected, "[ERROR] [%s] %s fail, error : 0x%08x", c.name, c.name, code);
-      EXPECT_NE(log.since().find(expected), std::string::npos) << expected;
-      vendor_->answer(c.name, SAR_OK);
+  // Type 7 served by entry, keeping its own file names: its file exports are forwarded as they are.
+  void keeping_names(std::string entry) {
+    entry.insert(entry.size() - 1, R"(,"useMasterFile":false)");
+    configure(R"({"devices":[)" + entry + "]}");
+  }
+  // The rows the vendor's function of the same name serves, closing ones last and children first.
+  static std::vector<const ExportRow*> forwarded(const Catalogue& cat) {
+    std::vector<const ExportRow*> rows, closers;
+    for (const ExportRow& r : cat.rows) {
+      if (r.route == kCloses) closers.insert(closers.begin(), &r);
+      if (r.route == kForwarded || r.route == kWraps) rows.push_back(&r);
     }
+    rows.insert(rows.end(), closers.begin(), closers.end());
+    return rows;
   }
 
   std::unique_ptr<testsupport::Recorder> vendor_;
 };
 
-TEST_F(VendorDevices, EveryDeviceExportReachesTheVendorWithItsOwnHandle) {
+TEST_F(VendorDevices, ADeviceIsConnectedByItsOwnNameAndDescribedFromTheConnection) {
   DEVHANDLE h = connect("7#FIXTURE0");
-  ASSERT_NE(h, nullptr);
   EXPECT_EQ(vendor_->text("SKF_ConnectDev"), "FIXTURE0");
-  uint64_t vh = vendor_handle();
-  EXPECT_NE(vh, arg(h));
   DEVINFO info;
   ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
   EXPECT_STREQ(info.Label, "FIXTURE LABEL");
   EXPECT_EQ(vendor_->calls("SKF_GetDevInfo"), 1);  // answered from the connection's copy
+  char other[] = "7#OTHER";
+  ULONG state = 0;
+  EXPECT_EQ(SKF_GetDevState(other, &state), kOk);
+  EXPECT_EQ(vendor_->text("SKF_GetDevState"), "OTHER");
+  vendor_->answer("SKF_GetDevState", 0x0B000101);
+  EXPECT_EQ(SKF_GetDevState(other, &state), 0x0B000101u);
+}
 
-  BYTE buf[32] = {};
-  ULONG len = sizeof buf, state = 0;
-  char label[] = "new label", other[] = "7#OTHER";
-  expect_forwarded(
-      {
-          {"SKF_GenRandom", [&] { return SKF_GenRandom(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
-          {"SKF_SetLabel", [&] { return SKF_SetLabel(h, label); }, {vh, arg(label)}, "new label"},
-          {"SKF_LockDev", [&] { return SKF_LockDev(h, 1234); }, {vh, 1234}, nullptr},
-          {"SKF_UnlockDev", [&] { return SKF_UnlockDev(h); }, {vh}, nullptr},
-          {"SKF_Transmit",
-           [&] { return SKF_Transmit(h, buf, 4, buf + 8, &len); },
-           {vh, arg(buf), 4, arg(buf + 8), arg(&len)},
-           nullptr},
-          {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
-          {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }, {vh, arg(buf), 16}, nullptr},
-          {"SKF_GetDevState", [&] { return SKF_GetDevState(other, &state); }, {}, "OTHER"},  // the own name only
-      },
-      0x0B000100);
-
-  // A refused disconnect keeps the handle; the next one closes it on both sides.
-  vendor_->answer("SKF_DisConnectDev", 0x0B000200);
-  EXPECT_EQ(SKF_DisConnectDev(h), 0x0B000200u);
-  EXPECT_EQ(SKF_GetDevInfo(h, &info), kOk);
-  vendor_->answer("SKF_DisConnectDev", SAR_OK);
-  EXPECT_EQ(SKF_DisConnectDev(h), kOk);
-  EXPECT_EQ(vendor_->last("SKF_DisConnectDev"), std::vector<uint64_t>{vh});
-  EXPECT_EQ(SKF_GetDevInfo(h, &info), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
+// Each forwarded export reaches the vendor with the vendor's own handle of the right object and
+// the caller's other arguments; a vendor failure comes back unchanged and logged, with no new
+// handle; a refused close keeps our handle, a close that works ends it.
+TEST_F(VendorDevices, EveryForwardedExportReachesTheVendorWithItsHandleAndArguments) {
+  keeping_names(vendor_entry(7));
+  Catalogue cat;
+  HandleSet s = open_under(connect("7#FIXTURE0"), vendor_.get());
+  for (int k = kDevice; k < kKinds; ++k) EXPECT_NE(arg(s.h[k]), s.vendor[k]) << kSlotNames[k];
+  ULONG code = 0x0B000100;
+  for (const ExportRow* r : forwarded(cat)) {
+    for (int k : r->slot == kAnyGeneric ? std::vector<int>{kMac, kHash, kKey} : std::vector<int>{r->slot}) {
+      vendor_->answer(r->name, ++code);
+      auto log = log_file();
+      cat.args.made = reinterpret_cast<HANDLE>(0x5);
+      EXPECT_EQ(r->call(s.h[k]), code) << r->name;
+      if (r->route == kWraps) {
+        EXPECT_EQ(cat.args.made, reinterpret_cast<HANDLE>(0x5)) << r->name << ": no handle for a refused call";
+      }
+      char expected[96];
+      std::snprintf(expected, sizeof expected, "[ERROR] [%s] %s fail, error : 0x%08x", r->name, r->name, code);
+      EXPECT_NE(log.since().find(expected), std::string::npos) << expected;
+      vendor_->answer(r->name, SAR_OK);
+      ASSERT_EQ(r->call(s.h[k]), kOk) << r->name;
+      std::vector<uint64_t> want = r->vendorSees(s.vendor[k]), got = vendor_->last(r->name);
+      ASSERT_EQ(got.size(), want.size() + (r->route == kWraps ? 1 : 0)) << r->name;
+      EXPECT_EQ(std::vector<uint64_t>(got.begin(), got.begin() + want.size()), want) << r->name;
+      if (r->route == kCloses) {
+        EXPECT_EQ(r->call(s.h[k]), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << r->name;
+      }
+    }
+  }
+  EXPECT_EQ(vendor_->file_trace().find("4361"), std::string::npos);  // no master file on such a type
   connected_.clear();
 }
 
@@ -129,319 +116,32 @@ TEST_F(VendorDevices, AConnectionThatCannotBeCompletedIsClosedAtTheVendor) {
 }
 
 TEST_F(VendorDevices, FunctionsTheModuleLacksAreNotSupported) {
-  char name[] = "8#X";
+  char name[] = "8#X", own[] = "7#A";
   DEVHANDLE h = nullptr;
   auto log = log_file();
   EXPECT_EQ(SKF_ConnectDev(name, &h), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
   EXPECT_NE(log.since().find("[ERROR] [SKF_ConnectDev] SKF_ConnectDev is not support"), std::string::npos);
 
   // Objects opened through the recording module, whose type now names the empty one.
-  h = connect("7#FIXTURE0");
-  char text[] = "x", own[] = "7#A";
-  HAPPLICATION app = nullptr;
-  HCONTAINER container = nullptr;
-  ASSERT_EQ(SKF_OpenApplication(h, text, &app), kOk);
-  ASSERT_EQ(SKF_OpenContainer(app, text, &container), kOk);
-  configure(R"({"devices":[)" + empty_vendor_entry(7) + "]}");
-  BYTE buf[32] = {};
-  ULONG len = sizeof buf, state = 0, n = 0;
-  BOOL b = FALSE;
-  HANDLE out = nullptr;
-  char* label = text;
-  const struct {
-    const char* name;
-    std::function<ULONG()> call;
-  } cases[] = {
-      {"SKF_GenRandom", [&] { return SKF_GenRandom(h, buf, 16); }},
-      {"SKF_SetLabel", [&] { return SKF_SetLabel(h, label); }},
-      {"SKF_LockDev", [&] { return SKF_LockDev(h, 0); }},
-      {"SKF_UnlockDev", [&] { return SKF_UnlockDev(h); }},
-      {"SKF_Transmit", [&] { return SKF_Transmit(h, buf, 4, buf, &len); }},
-      {"SKF_DevAuth", [&] { return SKF_DevAuth(h, buf, 16); }},
-      {"SKF_ChangeDevAuthKey", [&] { return SKF_ChangeDevAuthKey(h, buf, 16); }},
-      {"SKF_GetDevState", [&] { return SKF_GetDevState(own, &state); }},
-      {"SKF_CreateApplication", [&] { return SKF_CreateApplication(h, text, text, 6, text, 6, 1, &out); }},
-      {"SKF_EnumApplication", [&] { return SKF_EnumApplication(h, nullptr, &n); }},
-      {"SKF_DeleteApplication", [&] { return SKF_DeleteApplication(h, text); }},
-      {"SKF_OpenApplication", [&] { return SKF_OpenApplication(h, text, &out); }},
-      {"SKF_VerifyPIN", [&] { return SKF_VerifyPIN(app, USER_TYPE, text, &n); }},
-      {"SKF_ChangePIN", [&] { return SKF_ChangePIN(app, USER_TYPE, text, text, &n); }},
-      {"SKF_UnblockPIN", [&] { return SKF_UnblockPIN(app, text, text, &n); }},
-      {"SKF_GetPINInfo", [&] { return SKF_GetPINInfo(app, USER_TYPE, &n, &n, &b); }},
-      {"SKF_GetSecureState", [&] { return SKF_GetSecureState(app, &n); }},
-      {"SKF_ClearSecureState", [&] { return SKF_ClearSecureState(app); }},
-      {"SKF_CreateContainer", [&] { return SKF_CreateContainer(app, text, &out); }},
-      {"SKF_DeleteContainer", [&] { return SKF_DeleteContainer(app, text); }},
-      {"SKF_EnumContainer", [&] { return SKF_EnumContainer(app, nullptr, &n); }},
-      {"SKF_OpenContainer", [&] { return SKF_OpenContainer(app, text, &out); }},
-      {"SKF_GetContainerType", [&] { return SKF_GetContainerType(container, &n); }},
-      {"SKF_ImportCertificate", [&] { return SKF_ImportCertificate(container, TRUE, buf, 16); }},
-      {"SKF_ExportCertificate", [&] { return SKF_ExportCertificate(container, TRUE, nullptr, &n); }},
-      {"SKF_CloseContainer", [&] { return SKF_CloseContainer(container); }},
-      {"SKF_CloseApplication", [&] { return SKF_CloseApplication(app); }},
-      {"SKF_DisConnectDev", [&] { return SKF_DisConnectDev(h); }},
-  };
-  for (const auto& c : cases) {
+  Catalogue cat;
+  HandleSet s = open_under(connect("7#FIXTURE0"));
+  keeping_names(empty_vendor_entry(7));
+  ULONG state = 0;
+  EXPECT_EQ(SKF_GetDevState(own, &state), static_cast<ULONG>(SAR_NOTSUPPORTYETERR));
+  for (const ExportRow* r : forwarded(cat)) {
     auto caseLog = log_file();
-    EXPECT_EQ(c.call(), static_cast<ULONG>(SAR_NOTSUPPORTYETERR)) << c.name;
-    EXPECT_NE(caseLog.since().find(std::string(c.name) + " is not support"), std::string::npos) << c.name;
+    EXPECT_EQ(r->call(s.of(r->slot)), static_cast<ULONG>(SAR_NOTSUPPORTYETERR)) << r->name;
+    EXPECT_NE(caseLog.since().find(std::string(r->name) + " is not support"), std::string::npos) << r->name;
   }
 
   // Without any module for its type the device cannot be disconnected at its vendor.
   configure(R"({"devices":[{"type":3}]})");
   auto unknownLog = log_file();
-  EXPECT_EQ(SKF_DisConnectDev(h), static_cast<ULONG>(SAR_UNKNOWNERR));
+  EXPECT_EQ(SKF_DisConnectDev(s.h[kDevice]), static_cast<ULONG>(SAR_UNKNOWNERR));
   EXPECT_NE(unknownLog.since().find("[ERROR] [SKF_DisConnectDev] device type : 7 is not support"), std::string::npos);
   with_fixture_as_7();
-  EXPECT_EQ(SKF_DisConnectDev(h), kOk);
+  EXPECT_EQ(SKF_DisConnectDev(s.h[kDevice]), kOk);
   connected_.clear();
-}
-
-// Applications, PINs, containers and certificates of a vendor device: each export reaches the
-// vendor with the vendor's own handle of the right object and the caller's other arguments.
-TEST_F(VendorDevices, ObjectsUnderADeviceUseTheVendorsHandles) {
-  DEVHANDLE dev = connect("7#FIXTURE0");
-  uint64_t vdev = vendor_handle();
-  char appName[] = "APP", pin[] = "1234", other[] = "5678", cname[] = "C1";
-  HAPPLICATION app = nullptr;
-  ASSERT_EQ(SKF_OpenApplication(dev, appName, &app), kOk);
-  uint64_t vapp = vendor_->handle();
-  EXPECT_EQ(vendor_->last("SKF_OpenApplication").at(0), vdev);
-  HCONTAINER container = nullptr;
-  ASSERT_EQ(SKF_OpenContainer(app, cname, &container), kOk);
-  uint64_t vcon = vendor_->handle();
-  EXPECT_EQ(vendor_->last("SKF_OpenContainer").at(0), vapp);
-  EXPECT_NE(arg(app), vapp);
-  EXPECT_NE(arg(container), vcon);
-
-  BYTE buf[32] = {};
-  ULONG n = sizeof buf, m = 0, k = 0;
-  BOOL b = FALSE;
-  HANDLE out = nullptr;
-  using Args = std::vector<uint64_t>;
-  expect_forwarded(
-      {
-          {"SKF_EnumApplication", [&] { return SKF_EnumApplication(dev, appName, &n); }, {vdev, arg(appName), arg(&n)}},
-          {"SKF_DeleteApplication", [&] { return SKF_DeleteApplication(dev, appName); }, {vdev, arg(appName)}},
-          {"SKF_CreateApplication",
-           [&] { return SKF_CreateApplication(dev, appName, pin, 6, other, 5, 0xFF, &out); },
-           {vdev, arg(appName), arg(pin), 6, arg(other), 5, 0xFF}},
-          {"SKF_VerifyPIN",
-           [&] { return SKF_VerifyPIN(app, USER_TYPE, pin, &n); },
-           {vapp, USER_TYPE, arg(pin), arg(&n)}},
-          {"SKF_ChangePIN",
-           [&] { return SKF_ChangePIN(app, ADMIN_TYPE, pin, other, &n); },
-           {vapp, ADMIN_TYPE, arg(pin), arg(other), arg(&n)}},
-          {"SKF_UnblockPIN",
-           [&] { return SKF_UnblockPIN(app, pin, other, &n); },
-           {vapp, arg(pin), arg(other), arg(&n)}},
-          {"SKF_GetPINInfo",
-           [&] { return SKF_GetPINInfo(app, USER_TYPE, &n, &m, &b); },
-           {vapp, USER_TYPE, arg(&n), arg(&m), arg(&b)}},
-          {"SKF_GetSecureState", [&] { return SKF_GetSecureState(app, &n); }, {vapp, arg(&n)}},
-          {"SKF_ClearSecureState", [&] { return SKF_ClearSecureState(app); }, {vapp}},
-          {"SKF_EnumContainer", [&] { return SKF_EnumContainer(app, cname, &n); }, {vapp, arg(cname), arg(&n)}},
-          {"SKF_DeleteContainer", [&] { return SKF_DeleteContainer(app, cname); }, {vapp, arg(cname)}},
-          {"SKF_CreateContainer", [&] { return SKF_CreateContainer(app, cname, &out); }, {vapp, arg(cname)}},
-          {"SKF_GetContainerType", [&] { return SKF_GetContainerType(container, &k); }, {vcon, arg(&k)}},
-          {"SKF_ImportCertificate",
-           [&] { return SKF_ImportCertificate(container, TRUE, buf, 16); },
-           {vcon, 1, arg(buf), 16}},
-          {"SKF_ExportCertificate",
-           [&] { return SKF_ExportCertificate(container, FALSE, buf, &n); },
-           {vcon, 0, arg(buf), arg(&n)}},
-      },
-      0x0B000500, &out);
-
-  // Closing: the vendor's handle goes to the vendor; a refusal keeps ours usable.
-  for (auto [name, handle, vendorHandle] :
-       {std::make_tuple("SKF_CloseContainer", container, vcon), std::make_tuple("SKF_CloseApplication", app, vapp)}) {
-    auto close = [&] {
-      return std::string(name) == "SKF_CloseContainer" ? SKF_CloseContainer(handle) : SKF_CloseApplication(handle);
-    };
-    vendor_->answer(name, 0x0B000600);
-    EXPECT_EQ(close(), 0x0B000600u) << name;
-    vendor_->answer(name, SAR_OK);
-    EXPECT_EQ(close(), kOk) << name;
-    EXPECT_EQ(vendor_->last(name), Args{vendorHandle});
-    EXPECT_EQ(close(), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << name;
-  }
-}
-
-// Keys, hashes and MACs of a vendor device: records of ours around the vendor's handles.
-TEST_F(VendorDevices, KeysHashesAndMacsUseTheVendorsHandles) {
-  DEVHANDLE dev = connect("7#FIXTURE0");
-  uint64_t vdev = vendor_handle();
-  char text[] = "C";
-  HAPPLICATION app = nullptr;
-  HCONTAINER container = nullptr;
-  ASSERT_EQ(SKF_OpenApplication(dev, text, &app), kOk);
-  ASSERT_EQ(SKF_OpenContainer(app, text, &container), kOk);
-  uint64_t vcon = vendor_->handle();
-  BYTE buf[64] = {}, id[4] = {1, 2, 3, 4};
-  ECCPUBLICKEYBLOB pub{};
-  BLOCKCIPHERPARAM param{};
-  HANDLE key = nullptr, imported = nullptr, hash = nullptr, mac = nullptr, none = nullptr;
-  ASSERT_EQ(SKF_SetSymmKey(dev, buf, SGD_SMS4_CBC, &key), kOk);
-  uint64_t vkey = vendor_->handle();
-  EXPECT_EQ(vendor_->last("SKF_SetSymmKey").at(0), vdev);
-  ASSERT_EQ(SKF_ImportSessionKey(container, SGD_SMS4_ECB, buf, 32, &imported), kOk);
-  EXPECT_EQ(vendor_->last("SKF_ImportSessionKey"),
-            (std::vector<uint64_t>{vcon, SGD_SMS4_ECB, arg(buf), 32, vendor_->last("SKF_ImportSessionKey").at(4)}));
-  ASSERT_EQ(SKF_DigestInit(dev, SGD_SM3, &pub, id, 4, &hash), kOk);
-  uint64_t vhash = vendor_->handle();
-  EXPECT_EQ(vendor_->last("SKF_DigestInit"),
-            (std::vector<uint64_t>{vdev, SGD_SM3, arg(&pub), arg(id), 4, vendor_->last("SKF_DigestInit").at(5)}));
-  ASSERT_EQ(SKF_MacInit(key, &param, &mac), kOk);
-  uint64_t vmac = vendor_->handle();
-  EXPECT_EQ(vendor_->last("SKF_MacInit").at(0), vkey);
-  for (auto [ours, theirs] : {std::make_pair(key, vkey), std::make_pair(hash, vhash), std::make_pair(mac, vmac)})
-    EXPECT_NE(arg(ours), theirs);
-
-  ULONG n = sizeof buf;
-  using Args = std::vector<uint64_t>;
-  expect_forwarded(
-      {
-          {"SKF_EncryptInit", [&] { return SKF_EncryptInit(key, param); }, {vkey}},
-          {"SKF_Encrypt",
-           [&] { return SKF_Encrypt(key, buf, 16, buf + 16, &n); },
-           {vkey, arg(buf), 16, arg(buf + 16), arg(&n)}},
-          {"SKF_EncryptUpdate",
-           [&] { return SKF_EncryptUpdate(key, buf, 16, buf, &n); },
-           {vkey, arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_EncryptFinal", [&] { return SKF_EncryptFinal(key, buf, &n); }, {vkey, arg(buf), arg(&n)}},
-          {"SKF_DecryptInit", [&] { return SKF_DecryptInit(key, param); }, {vkey}},
-          {"SKF_Decrypt", [&] { return SKF_Decrypt(key, buf, 16, buf, &n); }, {vkey, arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_DecryptUpdate",
-           [&] { return SKF_DecryptUpdate(key, buf, 16, buf, &n); },
-           {vkey, arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_DecryptFinal", [&] { return SKF_DecryptFinal(key, buf, &n); }, {vkey, arg(buf), arg(&n)}},
-          {"SKF_Digest", [&] { return SKF_Digest(hash, buf, 16, buf, &n); }, {vhash, arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_DigestUpdate", [&] { return SKF_DigestUpdate(hash, buf, 16); }, {vhash, arg(buf), 16}},
-          {"SKF_DigestFinal", [&] { return SKF_DigestFinal(hash, buf, &n); }, {vhash, arg(buf), arg(&n)}},
-          {"SKF_Mac", [&] { return SKF_Mac(mac, buf, 16, buf, &n); }, {vmac, arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_MacUpdate", [&] { return SKF_MacUpdate(mac, buf, 16); }, {vmac, arg(buf), 16}},
-          {"SKF_MacFinal", [&] { return SKF_MacFinal(mac, buf, &n); }, {vmac, arg(buf), arg(&n)}},
-      },
-      0x0B000700);
-  // A handle the vendor gave out is closed again when ours cannot be made.
-  vendor_->answer("SKF_SetSymmKey", 0x0B000800);
-  none = nullptr;
-  EXPECT_EQ(SKF_SetSymmKey(dev, buf, SGD_SMS4_CBC, &none), 0x0B000800u);
-  EXPECT_EQ(none, nullptr);
-  for (auto [ours, theirs] : {std::make_pair(mac, vmac), std::make_pair(hash, vhash), std::make_pair(key, vkey)}) {
-    ASSERT_EQ(SKF_CloseHandle(ours), kOk);
-    EXPECT_EQ(vendor_->last("SKF_CloseHandle"), Args{theirs});
-  }
-}
-
-// A vendor type without the master file keeps its files itself: each file export is forwarded.
-TEST_F(VendorDevices, FilesOfAVendorKeepingNamesAreForwarded) {
-  std::string entry = vendor_entry(7);
-  entry.insert(entry.size() - 1, R"(,"useMasterFile":false)");
-  configure(R"({"devices":[)" + entry + "]}");
-  DEVHANDLE dev = connect("7#FIXTURE0");
-  char appName[] = "APP", name[] = "doc";
-  HAPPLICATION app = nullptr;
-  ASSERT_EQ(SKF_OpenApplication(dev, appName, &app), kOk);
-  uint64_t vapp = vendor_->handle();
-  BYTE buf[64] = {};
-  ULONG n = sizeof buf;
-  FILEATTRIBUTE info;
-  expect_forwarded(
-      {
-          {"SKF_CreateFile",
-           [&] { return SKF_CreateFile(app, name, 32, SECURE_USER_ACCOUNT, SECURE_ADM_ACCOUNT); },
-           {vapp, arg(name), 32, SECURE_USER_ACCOUNT, SECURE_ADM_ACCOUNT}},
-          {"SKF_WriteFile", [&] { return SKF_WriteFile(app, name, 4, buf, 16); }, {vapp, arg(name), 4, arg(buf), 16}},
-          {"SKF_ReadFile",
-           [&] { return SKF_ReadFile(app, name, 4, 16, buf, &n); },
-           {vapp, arg(name), 4, 16, arg(buf), arg(&n)}},
-          {"SKF_GetFileInfo", [&] { return SKF_GetFileInfo(app, name, &info); }, {vapp, arg(name), arg(&info)}},
-          {"SKF_EnumFiles", [&] { return SKF_EnumFiles(app, reinterpret_cast<LPSTR>(buf), &n); },
-           {vapp, arg(buf), arg(&n)}},
-          {"SKF_DeleteFile", [&] { return SKF_DeleteFile(app, name); }, {vapp, arg(name)}},
-      },
-      0x0B000900);
-  EXPECT_EQ(vendor_->file_trace().find("4361"), std::string::npos);
-}
-
-// RSA and SM2 exports of a vendor device reach the vendor with its device or container handle.
-TEST_F(VendorDevices, AsymmetricExportsUseTheVendorsHandles) {
-  DEVHANDLE dev = connect("7#FIXTURE0");
-  uint64_t vdev = vendor_handle();
-  char text[] = "C";
-  HAPPLICATION app = nullptr;
-  HCONTAINER c = nullptr;
-  ASSERT_EQ(SKF_OpenApplication(dev, text, &app), kOk);
-  ASSERT_EQ(SKF_OpenContainer(app, text, &c), kOk);
-  uint64_t vcon = vendor_->handle();
-  BYTE buf[64] = {};
-  ULONG n = sizeof buf;
-  HANDLE h = nullptr;
-  Blobs b;
-  // A whole cipher blob with its 16 cipher bytes: the library reads (and logs) what it announces.
-  BYTE ctMemory[sizeof(ECCCIPHERBLOB) + 16] = {};
-  auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(ctMemory);
-  ct->CipherLen = 16;
-  expect_forwarded(
-      {
-          {"SKF_GenExtRSAKey", [&] { return SKF_GenExtRSAKey(dev, 1024, &b.rsaPriv); }, {vdev, 1024, arg(&b.rsaPriv)}},
-          {"SKF_RSAVerify",
-           [&] { return SKF_RSAVerify(dev, &b.rsaPub, buf, 16, buf, 32); },
-           {vdev, arg(&b.rsaPub), arg(buf), 16, arg(buf), 32}},
-          {"SKF_ExtRSAPubKeyOperation",
-           [&] { return SKF_ExtRSAPubKeyOperation(dev, &b.rsaPub, buf, 16, buf, &n); },
-           {vdev, arg(&b.rsaPub), arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_ExtRSAPriKeyOperation",
-           [&] { return SKF_ExtRSAPriKeyOperation(dev, &b.rsaPriv, buf, 16, buf, &n); },
-           {vdev, arg(&b.rsaPriv), arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_ECCVerify",
-           [&] { return SKF_ECCVerify(dev, &b.eccPub, buf, 32, &b.sig); },
-           {vdev, arg(&b.eccPub), arg(buf), 32, arg(&b.sig)}},
-          {"SKF_ExtECCVerify",
-           [&] { return SKF_ExtECCVerify(dev, &b.eccPub, buf, 32, &b.sig); },
-           {vdev, arg(&b.eccPub), arg(buf), 32, arg(&b.sig)}},
-          {"SKF_ExtECCEncrypt",
-           [&] { return SKF_ExtECCEncrypt(dev, &b.eccPub, buf, 16, ct); },
-           {vdev, arg(&b.eccPub), arg(buf), 16, arg(ct)}},
-          {"SKF_ExtECCDecrypt",
-           [&] { return SKF_ExtECCDecrypt(dev, &b.eccPriv, ct, buf, &n); },
-           {vdev, arg(&b.eccPriv), arg(ct), arg(buf), arg(&n)}},
-          {"SKF_ExtECCSign",
-           [&] { return SKF_ExtECCSign(dev, &b.eccPriv, buf, 32, &b.sig); },
-           {vdev, arg(&b.eccPriv), arg(buf), 32, arg(&b.sig)}},
-          {"SKF_GenRSAKeyPair", [&] { return SKF_GenRSAKeyPair(c, 2048, &b.rsaPub); }, {vcon, 2048, arg(&b.rsaPub)}},
-          {"SKF_ImportRSAKeyPair",
-           [&] { return SKF_ImportRSAKeyPair(c, SGD_SMS4_ECB, buf, 16, buf + 16, 32); },
-           {vcon, SGD_SMS4_ECB, arg(buf), 16, arg(buf + 16), 32}},
-          {"SKF_RSASignData",
-           [&] { return SKF_RSASignData(c, buf, 16, buf, &n); },
-           {vcon, arg(buf), 16, arg(buf), arg(&n)}},
-          {"SKF_RSAExportSessionKey",
-           [&] { return SKF_RSAExportSessionKey(c, SGD_SMS4_ECB, &b.rsaPub, buf, &n, &h); },
-           {vcon, SGD_SMS4_ECB, arg(&b.rsaPub), arg(buf), arg(&n), arg(&h)}},
-          {"SKF_GenECCKeyPair",
-           [&] { return SKF_GenECCKeyPair(c, SGD_SM2_1, &b.eccPub); },
-           {vcon, SGD_SM2_1, arg(&b.eccPub)}},
-          {"SKF_ImportECCKeyPair", [&] { return SKF_ImportECCKeyPair(c, &b.envelope); }, {vcon, arg(&b.envelope)}},
-          {"SKF_ECCSignData", [&] { return SKF_ECCSignData(c, buf, 32, &b.sig); }, {vcon, arg(buf), 32, arg(&b.sig)}},
-          {"SKF_ECCExportSessionKey",
-           [&] { return SKF_ECCExportSessionKey(c, SGD_SMS4_ECB, &b.eccPub, ct, &h); },
-           {vcon, SGD_SMS4_ECB, arg(&b.eccPub), arg(ct), arg(&h)}},
-          {"SKF_ExportPublicKey", [&] { return SKF_ExportPublicKey(c, TRUE, buf, &n); }, {vcon, 1, arg(buf), arg(&n)}},
-          // The vendor's agreement and key handles reach the caller unwrapped.
-          {"SKF_GenerateAgreementDataWithECC",
-           [&] { return SKF_GenerateAgreementDataWithECC(c, SGD_SMS4_ECB, &b.eccPub, buf, 16, &h); },
-           {vcon, SGD_SMS4_ECB, arg(&b.eccPub), arg(buf), 16, arg(&h)}},
-          {"SKF_GenerateAgreementDataAndKeyWithECC",
-           [&] {
-             return SKF_GenerateAgreementDataAndKeyWithECC(c, SGD_SMS4_ECB, &b.eccPub, &b.eccPub, &b.eccPub, buf, 16,
-                                                           buf + 16, 16, &h);
-           },
-           {vcon, SGD_SMS4_ECB, arg(&b.eccPub), arg(&b.eccPub), arg(&b.eccPub), arg(buf), 16, arg(buf + 16), 16, arg(&h)}},
-      },
-      0x0B000900);
 }
 
 // Private-key decryption reaches the function of the container's vendor family: the one its type
