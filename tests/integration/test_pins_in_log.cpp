@@ -70,11 +70,9 @@ TEST_F(PinsInLog, NoExportWritesAPinEvenAtDebug) {
     // ...but no PIN, as text or as hexadecimal, in either case.
     for (const std::string& pin : c.pins) {
       if (pin.empty()) continue;
-      std::string hex;
-      for (unsigned char ch : pin) hex += "0123456789abcdef"[ch >> 4], hex += "0123456789abcdef"[ch & 15];
-      std::string upper = hex;
+      std::string lower = hex(pin), upper = lower;
       for (char& ch : upper) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-      for (const std::string& form : {pin, hex, upper})
+      for (const std::string& form : {pin, lower, upper})
         EXPECT_EQ(text.find(form), std::string::npos) << c.what << ": " << form << " in\n" << text;
     }
   }

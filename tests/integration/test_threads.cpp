@@ -83,8 +83,7 @@ class Threads : public DeviceTest {
  protected:
   void SetUp() override {
     DeviceTest::SetUp();
-    make_token(3, "TH", "token",
-               {{"s1", VOREL_KEYPAIR_SIGN, "C", "s1"}, {"s2", VOREL_KEYPAIR_ENCRYPT, "C", "s2"}});
+    make_token(3, "TH", "token", {{"s1", VOREL_KEYPAIR_SIGN, "C", "s1"}, {"s2", VOREL_KEYPAIR_ENCRYPT, "C", "s2"}});
     // The token's login is one per process: verified once, before the threads start.
     admin_ = connect("3#TH");
     char app[] = "VOREL";
@@ -154,11 +153,14 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
   Anomalies anomalies;
   std::vector<std::vector<Sample>> samples(kThreads);
   std::vector<long> ops(kThreads, 0);
-  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  const auto deadline =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 
   auto worker = [&](int i) {
     const Reference& ref = refs[static_cast<std::size_t>(i)];
-    auto bad = [&](const char* what, ULONG rc) { anomalies.add("thread " + std::to_string(i) + ": " + what + " " + hex32(rc)); };
+    auto bad = [&](const char* what, ULONG rc) {
+      anomalies.add("thread " + std::to_string(i) + ": " + what + " " + hex32(rc));
+    };
     std::string name = "3#TH";
     DEVHANDLE dev = nullptr;
     HAPPLICATION app = nullptr;
@@ -228,7 +230,8 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
           BYTE plain[128];
           ULONG plainLen = sizeof plain;
           if ((rc = SKF_DecryptInit(key, param)) != kOk) return bad("SKF_DecryptInit", rc);
-          if ((rc = SKF_Decrypt(key, out, outLen, plain, &plainLen)) != kOk || Bytes(plain, plain + plainLen) != ref.data)
+          if ((rc = SKF_Decrypt(key, out, outLen, plain, &plainLen)) != kOk ||
+              Bytes(plain, plain + plainLen) != ref.data)
             return bad("SKF_Decrypt", rc);
           break;
         }
@@ -237,7 +240,8 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
           auto* ct = reinterpret_cast<ECCCIPHERBLOB*>(blob);
           if ((rc = SKF_ExtECCEncrypt(dev, &encPub, const_cast<BYTE*>(ref.data.data()), 32, ct)) != kOk)
             return bad("SKF_ExtECCEncrypt", rc);
-          if ((rc = SKF_ECCDecrypt(con, FALSE, ct, out, &outLen)) != kOk || Bytes(out, out + outLen) != Bytes(ref.data.begin(), ref.data.begin() + 32))
+          if ((rc = SKF_ECCDecrypt(con, FALSE, ct, out, &outLen)) != kOk ||
+              Bytes(out, out + outLen) != Bytes(ref.data.begin(), ref.data.begin() + 32))
             return bad("SKF_ECCDecrypt", rc);
           break;
         }
@@ -336,7 +340,8 @@ TEST_F(Threads, HandlesClosedUnderRunningCallsAnswerInvalidHandle) {
     std::function<ULONG(BYTE*, ULONG*)> call;
   } uses[] = {
       {"SKF_GetSecureState", [&](BYTE*, ULONG* n) { return SKF_GetSecureState(shared.app, n); }},
-      {"SKF_EnumContainer", [&](BYTE* b, ULONG* n) { return SKF_EnumContainer(shared.app, reinterpret_cast<LPSTR>(b), n); }},
+      {"SKF_EnumContainer",
+       [&](BYTE* b, ULONG* n) { return SKF_EnumContainer(shared.app, reinterpret_cast<LPSTR>(b), n); }},
       {"SKF_GetContainerType", [&](BYTE*, ULONG* n) { return SKF_GetContainerType(shared.con, n); }},
       {"SKF_ExportPublicKey", [&](BYTE* b, ULONG* n) { return SKF_ExportPublicKey(shared.con, TRUE, b, n); }},
       {"SKF_EncryptInit", [&](BYTE*, ULONG*) { return SKF_EncryptInit(shared.key, BLOCKCIPHERPARAM{}); }},
@@ -349,15 +354,18 @@ TEST_F(Threads, HandlesClosedUnderRunningCallsAnswerInvalidHandle) {
       const auto& use = uses[(n + i) % 6];
       ULONG rc = use.call(buf, &len);
       ++calls;
-      if (rc == SAR_INVALIDHANDLEERR) ++refused;
-      else if (rc != kOk) anomalies.add(std::string(use.name) + " " + hex32(rc));
+      if (rc == SAR_INVALIDHANDLEERR)
+        ++refused;
+      else if (rc != kOk)
+        anomalies.add(std::string(use.name) + " " + hex32(rc));
     }
   };
   {
     Watchdog watchdog("closing handles under running calls", seconds + 300);
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads - 2; ++i) threads.emplace_back(user, i);
-    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    const auto deadline =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
     long rounds = 0;
     while (Clock::now() < deadline) {
       HANDLE app = shared.app, key = shared.key, hash = shared.hash;

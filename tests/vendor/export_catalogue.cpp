@@ -99,12 +99,12 @@ Catalogue::Catalogue() {
       row(x, "SKF_RSASignData", kContainer, kForwarded, SKF_RSASignData, x.in, 16, x.out, n),
       row(x, "SKF_RSAVerify", kDevice, kForwarded, SKF_RSAVerify, &x.rsaPub, x.in, 16, x.in, 128),
       // The vendor's session key and agreement handles reach the caller unwrapped.
-      row(x, "SKF_RSAExportSessionKey", kContainer, kForwarded, SKF_RSAExportSessionKey, SGD_SMS4_ECB, &x.rsaPub,
-          x.out, n, &x.made),
+      row(x, "SKF_RSAExportSessionKey", kContainer, kForwarded, SKF_RSAExportSessionKey, SGD_SMS4_ECB, &x.rsaPub, x.out,
+          n, &x.made),
       row(x, "SKF_ExtRSAPubKeyOperation", kDevice, kForwarded, SKF_ExtRSAPubKeyOperation, &x.rsaPub, x.in, 128, x.out,
           n),
-      row(x, "SKF_ExtRSAPriKeyOperation", kDevice, kForwarded, SKF_ExtRSAPriKeyOperation, &x.rsaPriv, x.in, 128,
-          x.out, n),
+      row(x, "SKF_ExtRSAPriKeyOperation", kDevice, kForwarded, SKF_ExtRSAPriKeyOperation, &x.rsaPriv, x.in, 128, x.out,
+          n),
       row(x, "SKF_GenECCKeyPair", kContainer, kForwarded, SKF_GenECCKeyPair, SGD_SM2_1, &x.eccPub),
       row(x, "SKF_ImportECCKeyPair", kContainer, kForwarded, SKF_ImportECCKeyPair, &x.envelope),
       row(x, "SKF_ECCSignData", kContainer, kForwarded, SKF_ECCSignData, x.in, 32, &x.sig),
@@ -115,8 +115,8 @@ Catalogue::Catalogue() {
       row(x, "SKF_ExtECCDecrypt", kDevice, kForwarded, SKF_ExtECCDecrypt, &x.eccPriv, x.ct(), x.out, n),
       row(x, "SKF_ExtECCSign", kDevice, kForwarded, SKF_ExtECCSign, &x.eccPriv, x.in, 32, &x.sig),
       row(x, "SKF_ExtECCVerify", kDevice, kForwarded, SKF_ExtECCVerify, &x.eccPub, x.in, 32, &x.sig),
-      row(x, "SKF_GenerateAgreementDataWithECC", kContainer, kForwarded, SKF_GenerateAgreementDataWithECC,
-          SGD_SMS4_ECB, &x.eccPub, x.in, 16, &x.made),
+      row(x, "SKF_GenerateAgreementDataWithECC", kContainer, kForwarded, SKF_GenerateAgreementDataWithECC, SGD_SMS4_ECB,
+          &x.eccPub, x.in, 16, &x.made),
       row(x, "SKF_GenerateAgreementDataAndKeyWithECC", kContainer, kForwarded, SKF_GenerateAgreementDataAndKeyWithECC,
           SGD_SMS4_ECB, &x.eccPub, &x.eccPub, &x.eccPub, x.in, 16, x.in + 16, 16, &x.made),
       fixed("SKF_GenerateKeyWithECC", SAR_NOT_EMULATED,
@@ -146,8 +146,7 @@ Catalogue::Catalogue() {
       row(x, "SKF_MacFinal", kMac, kForwarded, SKF_MacFinal, x.out, n),
       row(x, "SKF_CloseHandle", kAnyGeneric, kCloses, SKF_CloseHandle),
       fixed("SKF_LoadConfigurationWithPath", SAR_FAIL, [&x] { return SKF_LoadConfigurationWithPath(x.badPath); }),
-      fixed("SKF_LoadConfigurationWithContent", SAR_FAIL,
-            [&x] { return SKF_LoadConfigurationWithContent(x.badJson); }),
+      fixed("SKF_LoadConfigurationWithContent", SAR_FAIL, [&x] { return SKF_LoadConfigurationWithContent(x.badJson); }),
   };
 }
 

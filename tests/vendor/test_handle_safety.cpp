@@ -55,9 +55,10 @@ class HandleSafety : public DeviceTest {
     bool reached = vendor && row.slot != kNone && vendor_->calls(row.name) != before;
     if ((got == want && !reached) || ++t.wrong > 20) return;
     char what[256];
-    std::snprintf(what, sizeof what, "%s(%s%s %p): 0x%08lx, expected 0x%08lx%s\n", row.name, bad.closed ? "closed " : "",
-                  bad.kind < kKinds ? kSlotNames[bad.kind] : "random", bad.h, static_cast<unsigned long>(got),
-                  static_cast<unsigned long>(want), reached ? ", and the vendor was called" : "");
+    std::snprintf(what, sizeof what, "%s(%s%s %p): 0x%08lx, expected 0x%08lx%s\n", row.name,
+                  bad.closed ? "closed " : "", bad.kind < kKinds ? kSlotNames[bad.kind] : "random", bad.h,
+                  static_cast<unsigned long>(got), static_cast<unsigned long>(want),
+                  reached ? ", and the vendor was called" : "");
     t.first += what;
   }
 
@@ -83,7 +84,7 @@ class HandleSafety : public DeviceTest {
     std::vector<HANDLE> near;
     // Closed handles of every kind, each closed by its own export, children first.
     for (int k = kMac; k >= kDevice; --k) {
-      ULONG rc = k == kDevice ? SKF_DisConnectDev(closed.h[k])
+      ULONG rc = k == kDevice        ? SKF_DisConnectDev(closed.h[k])
                  : k == kApplication ? SKF_CloseApplication(closed.h[k])
                  : k == kContainer   ? SKF_CloseContainer(closed.h[k])
                                      : SKF_CloseHandle(closed.h[k]);
@@ -154,7 +155,8 @@ TEST_F(HandleSafety, EveryRowGetsAsFarAsItsHandleCheck) {
         continue;
       }
       HandleSet s = open_set(vendor);
-      EXPECT_NE(row.call(s.of(row.slot)), static_cast<ULONG>(SAR_INVALIDHANDLEERR)) << row.name << (vendor ? " (vendor)" : "");
+      EXPECT_NE(row.call(s.of(row.slot)), static_cast<ULONG>(SAR_INVALIDHANDLEERR))
+          << row.name << (vendor ? " (vendor)" : "");
       if (std::strcmp(row.name, "SKF_LockDev") == 0) SKF_UnlockDev(s.h[kDevice]);
       close_any(cat.args.made);
       cat.args.made = nullptr;
