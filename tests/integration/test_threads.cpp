@@ -21,7 +21,6 @@ namespace device {
 namespace {
 
 constexpr int kThreads = 8;
-const char kId[] = "1234567812345678";  // the identity VOREL_MECH_SM2_SM3_SIGN assumes
 
 using Clock = std::chrono::steady_clock;
 
@@ -67,17 +66,13 @@ struct Anomalies {
   std::mutex mutex;
   int count = 0;
   std::string first;
-  void add(const std::string& what) {
+  void add(const std::string& what, ULONG rc) {
+    char code[16];
+    std::snprintf(code, sizeof code, " 0x%08lx", static_cast<unsigned long>(rc));
     std::lock_guard<std::mutex> lock(mutex);
-    if (++count <= 20) first += what + "\n";
+    if (++count <= 20) first += what + code + "\n";
   }
 };
-
-std::string hex32(ULONG v) {
-  char b[16];
-  std::snprintf(b, sizeof b, "0x%08lx", static_cast<unsigned long>(v));
-  return b;
-}
 
 class Threads : public DeviceTest {
  protected:
@@ -131,27 +126,12 @@ Reference reference(int i) {
   return r;
 }
 
-// A signature a thread made, to be checked afterwards outside the library's exports.
-struct Sample {
-  std::string message;
-  Bytes der;
-};
-
 TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
   const double seconds = seconds_from_env(3);
-  std::string certFile = device_data("s1.crt");
-  vorel::UniquePtr<VOREL_CERT> cert(
-      VorelPKICertNewCert(reinterpret_cast<const unsigned char*>(certFile.data()), certFile.size()));
-  ASSERT_NE(cert, nullptr);
-  VOREL_PUBLICKEY* rawPub = nullptr;
-  ASSERT_EQ(VorelPKICertGetCertPublicKey(cert.get(), VOREL_CERT_PUBLIC_KEY, &rawPub), VOREL_OK);
-  vorel::UniquePtr<VOREL_PUBLICKEY> signer(rawPub);
-
   std::vector<Reference> refs;
   for (int i = 0; i < kThreads; ++i) refs.push_back(reference(i));
 
   Anomalies anomalies;
-  std::vector<std::vector<Sample>> samples(kThreads);
   std::vector<long> ops(kThreads, 0);
   const auto deadline =
       Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
@@ -159,7 +139,7 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
   auto worker = [&](int i) {
     const Reference& ref = refs[static_cast<std::size_t>(i)];
     auto bad = [&](const char* what, ULONG rc) {
-      anomalies.add("thread " + std::to_string(i) + ": " + what + " " + hex32(rc));
+      anomalies.add("thread " + std::to_string(i) + ": " + what, rc);
     };
     std::string name = "3#TH";
     DEVHANDLE dev = nullptr;
@@ -204,13 +184,6 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
           ECCSIGNATUREBLOB sig{};
           if ((rc = SKF_ECCSignData(con, e, 32, &sig)) != kOk) return bad("SKF_ECCSignData", rc);
           if ((rc = SKF_ECCVerify(dev, &signPub, e, 32, &sig)) != kOk) return bad("SKF_ECCVerify", rc);
-          if (samples[static_cast<std::size_t>(i)].size() < 16) {
-            unsigned char* der = nullptr;
-            std::size_t derLen = 0;
-            VorelPKICryptoEncodeECCSignature(sig.r + 32, 32, sig.s + 32, 32, &der, &derLen);
-            samples[static_cast<std::size_t>(i)].push_back({message, Bytes(der, der + derLen)});
-            VorelPKICryptoFreeMemory(der);
-          }
           break;
         }
         case 1: {  // SHA-256
@@ -288,27 +261,6 @@ TEST_F(Threads, EightThreadsShareOneTokenWithoutWrongResults) {
   EXPECT_EQ(anomalies.count, 0) << anomalies.first;
   for (int i = 0; i < kThreads; ++i) EXPECT_GE(ops[static_cast<std::size_t>(i)], 6) << "thread " << i << " starved";
 
-  // Every sampled signature verifies for the certificate's key, through the crypto library's own
-  // message signature (its own Z and digest), and on Linux through openssl.
-  int checked = 0;
-  for (int i = 0; i < kThreads; ++i) {
-    for (const Sample& s : samples[static_cast<std::size_t>(i)]) {
-      EXPECT_EQ(VorelPKICryptoVerifyHash(signer.get(), VOREL_MECH_SM2_SM3_SIGN, nullptr,
-                                         reinterpret_cast<const unsigned char*>(s.message.data()), s.message.size(),
-                                         s.der.data(), s.der.size()),
-                VOREL_OK)
-          << s.message;
-      ++checked;
-    }
-    if (!samples[static_cast<std::size_t>(i)].empty()) {
-      const Sample& s = samples[static_cast<std::size_t>(i)].front();
-      testsupport::write_file("testdata/device/thread-message.bin", s.message);
-      openssl({"dgst", "-sm3", "-verify", "testdata/device/s1.pub.pem", "-sigopt", std::string("distid:") + kId,
-               "-signature", "IN", "testdata/device/thread-message.bin"},
-              std::string(s.der.begin(), s.der.end()));
-    }
-  }
-  EXPECT_GE(checked, kThreads);
 }
 
 // Handles closed and made again on one thread while others use them: every call either works or
@@ -357,7 +309,7 @@ TEST_F(Threads, HandlesClosedUnderRunningCallsAnswerInvalidHandle) {
       if (rc == SAR_INVALIDHANDLEERR)
         ++refused;
       else if (rc != kOk)
-        anomalies.add(std::string(use.name) + " " + hex32(rc));
+        anomalies.add(use.name, rc);
     }
   };
   {
@@ -447,7 +399,7 @@ TEST_F(Threads, ReloadingTheConfigurationUnderRunningCallsChangesNoAnswer) {
     while (!stop) {
       ULONG rc = i % 2 ? SKF_GenRandom(vdev, buf, 16) : SKF_GetFileInfo(app, file, &info);
       ++calls;
-      if (rc != kOk) anomalies.add(std::string(i % 2 ? "SKF_GenRandom (vendor)" : "SKF_GetFileInfo") + " " + hex32(rc));
+      if (rc != kOk) anomalies.add(i % 2 ? "SKF_GenRandom (vendor)" : "SKF_GetFileInfo", rc);
     }
   };
   {

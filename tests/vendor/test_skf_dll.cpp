@@ -121,12 +121,4 @@ TEST_F(SkfSetTest, FailedReloadLeavesTheMapAsItWas) {
   EXPECT_EQ(text.find("free skf dll"), std::string::npos);
 }
 
-TEST_F(SkfSetTest, LoadingFromAFileRebuildsTheMap) {
-  std::string path = testsupport::make_temp_dir("cfg") + "vorelskf.json";
-  testsupport::write_file(path, unit::vendor_config());
-  ASSERT_EQ(SKF_LoadConfigurationWithPath(const_cast<char*>(path.c_str())), static_cast<ULONG>(SAR_OK));
-  EXPECT_NE(vendor_module(7), nullptr);
-  EXPECT_NE(vendor_module(8), nullptr);
-}
-
 }  // namespace
