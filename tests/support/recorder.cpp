@@ -19,9 +19,7 @@ Recorder::Recorder(const std::string& modulePath) : module_(vorel::platform::dso
   bind(module_, "fixture_reset", reset_);
   bind(module_, "fixture_answer", answer_);
   bind(module_, "fixture_names", names_);
-  bind(module_, "fixture_calls", calls_);
-  bind(module_, "fixture_last", last_);
-  bind(module_, "fixture_text", text_);
+  bind(module_, "fixture_call", call_);
   bind(module_, "fixture_handle", handle_);
   bind(module_, "fixture_file_trace", file_trace_);
   bind(module_, "fixture_file", file_);
@@ -32,16 +30,12 @@ Recorder::Recorder(const std::string& modulePath) : module_(vorel::platform::dso
 
 Recorder::~Recorder() { vorel::platform::dso_close(module_); }
 
-std::vector<uint64_t> Recorder::last(const char* function) const {
+Recorder::Call Recorder::call(const char* function) const {
   uint64_t args[16];
-  int n = last_(function, args, 16);
-  if (n < 0) return {};
-  return std::vector<uint64_t>(args, args + (n < 16 ? n : 16));
-}
-
-std::string Recorder::text(const char* function) const {
-  char buf[1024];
-  return text_(function, buf, sizeof buf) < 0 ? std::string() : std::string(buf);
+  char text[1024];
+  int n = 0;
+  int count = call_(function, args, 16, &n, text, sizeof text);
+  return {count, std::vector<uint64_t>(args, args + n), text};
 }
 
 std::string Recorder::file_trace() const {

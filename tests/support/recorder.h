@@ -26,13 +26,13 @@ class Recorder {
   void names(const std::string& multiString) const {
     names_(multiString.data(), static_cast<ULONG>(multiString.size()));
   }
-  int calls(const char* function) const { return calls_(function); }
+  int calls(const char* function) const { return call(function).count; }
   // The handle the module gave out last (SKF_ConnectDev, SKF_OpenApplication and the like).
   uint64_t handle() const { return handle_(); }
   // The arguments of the last call, pointers as addresses; empty when never called.
-  std::vector<uint64_t> last(const char* function) const;
+  std::vector<uint64_t> last(const char* function) const { return call(function).args; }
   // The first text argument of the last call.
-  std::string text(const char* function) const;
+  std::string text(const char* function) const { return call(function).text; }
   // The module's in-memory files: the calls that reached them since the reset, one line each
   // ("Create 4361 304 255 255", "Write 4361 38 38 0", ...); a file's contents (nullopt when
   // there is none); a file removed behind the library's back.
@@ -43,13 +43,17 @@ class Recorder {
   void read_reports_file_size(bool on) const { read_reports_file_size_(on ? TRUE : FALSE); }
 
  private:
+  struct Call {
+    int count;
+    std::vector<uint64_t> args;
+    std::string text;
+  };
+  Call call(const char* function) const;
   void* module_;
   void (*reset_)();
   void (*answer_)(const char*, ULONG);
   void (*names_)(const char*, ULONG);
-  int (*calls_)(const char*);
-  int (*last_)(const char*, uint64_t*, int);
-  int (*text_)(const char*, char*, int);
+  int (*call_)(const char*, uint64_t*, int, int*, char*, int);
   uint64_t (*handle_)();
   int (*file_trace_)(char*, int);
   int (*file_)(const char*, unsigned char*, int);

@@ -82,14 +82,7 @@ class HandleSafety : public DeviceTest {
     std::vector<Bad> bad;
     std::set<HANDLE> liveSet;
     std::vector<HANDLE> near;
-    // Closed handles of every kind, each closed by its own export, children first.
-    for (int k = kMac; k >= kDevice; --k) {
-      ULONG rc = k == kDevice        ? SKF_DisConnectDev(closed.h[k])
-                 : k == kApplication ? SKF_CloseApplication(closed.h[k])
-                 : k == kContainer   ? SKF_CloseContainer(closed.h[k])
-                                     : SKF_CloseHandle(closed.h[k]);
-      EXPECT_EQ(rc, kOk) << kSlotNames[k];
-    }
+    close_set(closed);  // each handle by its own export, children first
     for (int k = kDevice; k < kKinds; ++k) {
       bad.push_back({closed.h[k], k, true});
       bad.push_back({live.h[k], k, false});
