@@ -65,7 +65,8 @@ TEST(Lifecycle, LoadsAndUnloadsLogWhatTheyReadAndFreed) {
       // The current folder's configuration is read at load and each vendor type freed at unload.
       {"4",
        {cfg},
-       {{"[DEBUG] [new_skf_dll] type : 7", 1}, {"[DEBUG] [free_skf_set] free skf dll, type : 7", 1},
+       {{"[DEBUG] [new_skf_dll] type : 7", 1},
+        {"[DEBUG] [free_skf_set] free skf dll, type : 7", 1},
         {"free skf dll, type : 3", 0}}},
       // A reload through the export frees, then loads; the unload frees again.
       {"4", {cfg, cfg + "vorelskf.json"}, {{"free skf dll, type : 7", 2}, {"[DEBUG] [new_skf_dll] type : 7", 2}}},
@@ -80,28 +81,24 @@ TEST(Lifecycle, LoadsAndUnloadsLogWhatTheyReadAndFreed) {
   }
 }
 
-TEST(Lifecycle, UnopenableLogPathFallsBackToTheTempFolder) {
-  std::string tmp = testsupport::make_temp_dir("tmp");
-  std::string missing = testsupport::make_temp_dir("log") + "no-such-folder" + (tmp.back() == '/' ? "/" : "\\") + "x.log";
-  ScopedEnv path("VOREL_SKF_LOG_PATH", missing.c_str());
-  ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
-  ScopedEnv tmpdir("TMPDIR", without_separator(tmp).c_str());
-  ScopedEnv tmpvar("TMP", without_separator(tmp).c_str());
-  ScopedEnv tempvar("TEMP", without_separator(tmp).c_str());
-  ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
-  EXPECT_FALSE(testsupport::file_exists(missing));
-  std::string text = testsupport::read_file(tmp + "vorelskf.log");
-  EXPECT_NE(text.find("Version : 1.1.2.4"), std::string::npos);
-}
-
-TEST(Lifecycle, NoOpenableLogLosesLinesQuietly) {
-  std::string gone = testsupport::make_temp_dir("log") + "absent";
-  std::string missing = gone + (gone.find('/') != std::string::npos ? "/x.log" : "\\x.log");
-  ScopedEnv path("VOREL_SKF_LOG_PATH", missing.c_str());
-  ScopedEnv tmpdir("TMPDIR", gone.c_str());
-  ScopedEnv tmpvar("TMP", gone.c_str());
-  ScopedEnv tempvar("TEMP", gone.c_str());
-  EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+// A log path that cannot be opened falls back to the temporary folder; without a temporary folder
+// either, the lines are lost quietly.
+TEST(Lifecycle, AnUnopenableLogFallsBackToTheTempFolderOrIsLostQuietly) {
+  for (bool tempExists : {true, false}) {
+    std::string log = testsupport::make_temp_dir("log"), sep = log.substr(log.size() - 1);
+    std::string tmp = tempExists ? testsupport::make_temp_dir("tmp") : log + "absent" + sep;
+    std::string missing = log + "no-such-folder" + sep + "x.log";
+    ScopedEnv path("VOREL_SKF_LOG_PATH", missing.c_str());
+    ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
+    ScopedEnv tmpdir("TMPDIR", without_separator(tmp).c_str());
+    ScopedEnv tmpvar("TMP", without_separator(tmp).c_str());
+    ScopedEnv tempvar("TEMP", without_separator(tmp).c_str());
+    ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+    EXPECT_FALSE(testsupport::file_exists(missing));
+    if (tempExists) {
+      EXPECT_NE(testsupport::read_file(tmp + "vorelskf.log").find("Version : 1.1.2.4"), std::string::npos);
+    }
+  }
 }
 
 // The log holds what DEBUG dumps, so whatever the library creates is its owner's alone, and in
