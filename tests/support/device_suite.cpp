@@ -128,17 +128,6 @@ Bytes ecc_cipher_blob(const std::string& der) {
   return blob;
 }
 
-std::string ecc_cipher_der(const ECCCIPHERBLOB& blob) {
-  vorel::crypto::der::Writer w;
-  w.sequence([&](vorel::crypto::der::Writer& seq) {
-    seq.integer(blob.XCoordinate + 32, 32);
-    seq.integer(blob.YCoordinate + 32, 32);
-    seq.octet_string(blob.HASH, 32);
-    seq.octet_string(blob.Cipher, blob.CipherLen);
-  });
-  return std::string(w.bytes().begin(), w.bytes().end());
-}
-
 ECCPUBLICKEYBLOB ecc_public_blob(const std::string& spki) {
   unsigned char *x = nullptr, *y = nullptr;
   std::size_t xn = 0, yn = 0;

@@ -79,9 +79,8 @@ Bytes unhex(const std::string& hex);
 std::string hex(const void* data, std::size_t len);
 inline std::string hex(const Bytes& b) { return hex(b.data(), b.size()); }
 inline std::string hex(const std::string& s) { return hex(s.data(), s.size()); }
-// An ECCCIPHERBLOB (with its CipherLen bytes) of the DER SM2 ciphertext openssl writes, and back.
+// An ECCCIPHERBLOB (with its CipherLen bytes) of the DER SM2 ciphertext openssl writes.
 Bytes ecc_cipher_blob(const std::string& der);
-std::string ecc_cipher_der(const ECCCIPHERBLOB& blob);
 // The public key blob of an SM2 SubjectPublicKeyInfo.
 ECCPUBLICKEYBLOB ecc_public_blob(const std::string& spki);
 
