@@ -5,13 +5,10 @@
 #include <stdexcept>
 #include <vector>
 
-#include "core/config.h"
 #include "exports/frame.h"
 #include "exports/lifecycle.h"
-#include "recorder.h"
 #include "token/common.h"
 #include "unit.h"
-#include "vendor.h"
 
 using namespace vorel;
 
@@ -19,15 +16,9 @@ namespace {
 
 class Frame : public ::testing::Test {
  protected:
-  void SetUp() override {
-    library_attach();
-    std::string config = unit::vendor_config();
-    ASSERT_EQ(SKF_LoadConfigurationWithContent(const_cast<char*>(config.c_str())), static_cast<ULONG>(SAR_OK));
-    vendor_.reset();
-  }
+  void SetUp() override { library_attach(); }
   void TearDown() override {
     for (const void* h : live_) retire(h);
-    GetVorelSKFConfig().LoadWithContent("{}");
     library_detach();
   }
   template <class T>
@@ -43,12 +34,6 @@ class Frame : public ::testing::Test {
     d->cryptoDevice.reset(dup);
     return keep(d);
   }
-  DeviceRecord* vendor_device(int32_t type, uintptr_t vendorHandle) {
-    auto d = new_record<DeviceRecord>(type);
-    d->vendorDevice = reinterpret_cast<DEVHANDLE>(vendorHandle);
-    return keep(d);
-  }
-  testsupport::Recorder vendor_{unit::fixture_path()};
   std::vector<const void*> live_;
 };
 
@@ -71,38 +56,6 @@ TEST_F(Frame, GenRandomCryptoFailureIsSarFailWithoutOutputDump) {
   EXPECT_NE(text.find("[ERROR] [SKF_GenRandom] VorelPKICryptoGenerateRandom fail, error : -2"), std::string::npos);
   EXPECT_NE(text.find("SKF_GenRandom return: 0x0a000001"), std::string::npos);
   EXPECT_EQ(text.find("[_log] pbRandom"), std::string::npos);
-}
-
-TEST_F(Frame, VendorRouteGetsTheVendorHandleAndItsCodeComesBackUnchanged) {
-  DeviceRecord* dev = vendor_device(7, 0x1122334455667788ull & UINTPTR_MAX);
-  BYTE out[8] = {0};
-  ASSERT_EQ(SKF_GenRandom(dev, out, sizeof out), static_cast<ULONG>(SAR_OK));
-  EXPECT_EQ(vendor_.last("SKF_GenRandom"),
-            (std::vector<uint64_t>{testsupport::arg(dev->vendorDevice), testsupport::arg(out), sizeof out}));
-  vendor_.answer("SKF_GenRandom", 0x0B000123);
-  auto log = unit::log_file();
-  EXPECT_EQ(SKF_GenRandom(dev, out, sizeof out), 0x0B000123u);
-  std::string text = log.since();
-  EXPECT_NE(text.find("[ERROR] [SKF_GenRandom] SKF_GenRandom fail, error : 0x0b000123"), std::string::npos);
-  EXPECT_NE(text.find("SKF_GenRandom return: 0x0b000123"), std::string::npos);
-}
-
-TEST_F(Frame, FailingVendorCloseLeavesTheHandleUsable) {
-  auto record = new_record<HandleRecord>(7, kHash);
-  record->vendorHandle = reinterpret_cast<HANDLE>(0xC105E);
-  publish(record);
-  HandleRecord* h = record.get();
-  record.reset();
-  vendor_.answer("SKF_CloseHandle", 0x0B000456);
-  auto log = unit::log_file();
-  EXPECT_EQ(SKF_CloseHandle(h), 0x0B000456u);
-  EXPECT_NE(log.since().find("SKF_CloseHandle fail, error : 0x0b000456"), std::string::npos);
-  EXPECT_EQ(find_handle(h).get(), h);
-  vendor_.answer("SKF_CloseHandle", SAR_OK);
-  EXPECT_EQ(SKF_CloseHandle(h), static_cast<ULONG>(SAR_OK));
-  EXPECT_EQ(vendor_.last("SKF_CloseHandle"), (std::vector<uint64_t>{0xC105E}));
-  EXPECT_EQ(find_handle(h), nullptr);
-  EXPECT_EQ(SKF_CloseHandle(h), static_cast<ULONG>(SAR_INVALIDHANDLEERR));
 }
 
 TEST_F(Frame, CloseHandleFreesEveryPayloadKind) {
