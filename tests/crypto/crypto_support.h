@@ -10,6 +10,7 @@
 
 #include "crypto/der.h"
 #include "vorel/vorel_crypto.h"
+#include "vorel/vorel_ptr.h"
 
 namespace crypto_test {
 
@@ -50,7 +51,8 @@ inline Bytes data(const std::string& name) {
   return b;
 }
 
-// A buffer the library handed out.
+// A buffer the library hands out with its length: pass &o.p, &o.n. (The owner of vorel_ptr.h
+// would need a separate length at every call.)
 struct Out {
   unsigned char* p = nullptr;
   std::size_t n = 0;
@@ -77,47 +79,72 @@ inline bool sm2_private_value(const unsigned char* pkcs8, std::size_t n, unsigne
   return true;
 }
 
-// Owners of library objects.
-struct Pair {
-  VOREL_KEYPAIR* p = nullptr;
-  ~Pair() { VorelPKICryptoFreeKeypair(p); }
-};
-struct Pub {
-  VOREL_PUBLICKEY* p = nullptr;
-  ~Pub() { VorelPKICryptoFreePublicKey(p); }
-};
-struct Dev {
-  VOREL_DEVICE* p = nullptr;
-  ~Dev() { VorelPKICryptoFreeDevice(p); }
-};
-struct DevList {
-  VOREL_DEVICE_LIST* p = nullptr;
-  ~DevList() { VorelPKICryptoFreeDevices(p); }
-};
-struct Text {
-  char* p = nullptr;
-  ~Text() { VorelPKICryptoFreeMemory(p); }
-};
+// Owners of library objects; an out-parameter is filled through vorel::out(owner).
+using Pair = vorel::UniquePtr<VOREL_KEYPAIR>;
+using Pub = vorel::UniquePtr<VOREL_PUBLICKEY>;
+using Dev = vorel::UniquePtr<VOREL_DEVICE>;
+using DevList = vorel::UniquePtr<VOREL_DEVICE_LIST>;
+using Text = vorel::UniquePtr<char>;
+using Cert = vorel::UniquePtr<VOREL_CERT>;
+using Cipher = vorel::UniquePtr<VOREL_CIPHER>;
+using Hash = vorel::UniquePtr<VOREL_HASH>;
+
+// The key operations with the buffer they hand out; each returns the library's result.
+inline int sign(VOREL_KEYPAIR* kp, int mech, const Bytes& in, Bytes* sig = nullptr) {
+  Out o;
+  int rc = VorelPKICryptoSignHash(kp, mech, nullptr, in.data(), in.size(), &o.p, &o.n);
+  if (sig) *sig = o.bytes();
+  return rc;
+}
+inline int verify(VOREL_PUBLICKEY* pub, int mech, const Bytes& in, const Bytes& sig) {
+  return VorelPKICryptoVerifyHash(pub, mech, nullptr, in.data(), in.size(), sig.data(), sig.size());
+}
+inline int encrypt(VOREL_PUBLICKEY* pub, int mech, const Bytes& in, Bytes* result = nullptr) {
+  Out o;
+  int rc = VorelPKICryptoPublicKeyEncrypt(pub, mech, nullptr, in.data(), in.size(), &o.p, &o.n);
+  if (result) *result = o.bytes();
+  return rc;
+}
+inline int decrypt(VOREL_KEYPAIR* kp, int mech, const Bytes& in, Bytes* result = nullptr) {
+  Out o;
+  int rc = VorelPKICryptoPrivateKeyDecrypt(kp, mech, nullptr, in.data(), in.size(), &o.p, &o.n);
+  if (result) *result = o.bytes();
+  return rc;
+}
+inline Pub public_of(const Pair& kp) { return Pub(VorelPKICryptoGetPublicKeyFromKeypair(kp.get())); }
+// The DER encoding of a certificate or public key.
+inline Bytes der_of(VOREL_CERT* cert) {
+  Out o;
+  EXPECT_EQ(VorelPKICertGetCertEncode(cert, VOREL_CERT_ENCODING_DER, &o.p, &o.n), VOREL_OK);
+  return o.bytes();
+}
+inline Bytes der_of(VOREL_PUBLICKEY* pub) {
+  Out o;
+  EXPECT_EQ(VorelPKICryptoExportPublicKey(pub, &o.p, &o.n), VOREL_OK);
+  return o.bytes();
+}
+inline Cert cert_of(const Bytes& der) { return Cert(VorelPKICertNewCert(der.data(), der.size())); }
 
 class Device : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(VorelPKICryptoGetPseudoDevice(&device_), VOREL_OK); }
-  void TearDown() override { VorelPKICryptoFreeDevice(device_); }
-
-  VOREL_PUBLICKEY* public_of(VOREL_KEYPAIR* kp) { return VorelPKICryptoGetPublicKeyFromKeypair(kp); }
+  void SetUp() override {
+    ASSERT_EQ(VorelPKICryptoGetPseudoDevice(vorel::out(owner_)), VOREL_OK);
+    device_ = owner_.get();
+  }
 
   // Imports DER as a key pair / public key, failing the test on refusal.
-  VOREL_KEYPAIR* import_pair(const Bytes& der, int type = VOREL_KEYPAIR_SIGN) {
-    VOREL_KEYPAIR* kp = nullptr;
-    EXPECT_EQ(VorelPKICryptoImportKeypair(device_, der.data(), der.size(), type, &kp), VOREL_OK);
+  Pair import_pair(const Bytes& der, int type = VOREL_KEYPAIR_SIGN) {
+    Pair kp;
+    EXPECT_EQ(VorelPKICryptoImportKeypair(device_, der.data(), der.size(), type, vorel::out(kp)), VOREL_OK);
     return kp;
   }
-  VOREL_PUBLICKEY* import_public(const Bytes& der) {
-    VOREL_PUBLICKEY* pub = nullptr;
-    EXPECT_EQ(VorelPKICryptoImportPublicKey(device_, der.data(), der.size(), &pub), VOREL_OK);
+  Pub import_public(const Bytes& der) {
+    Pub pub;
+    EXPECT_EQ(VorelPKICryptoImportPublicKey(device_, der.data(), der.size(), vorel::out(pub)), VOREL_OK);
     return pub;
   }
 
+  Dev owner_;
   VOREL_DEVICE* device_ = nullptr;
 };
 

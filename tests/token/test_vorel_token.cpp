@@ -24,30 +24,43 @@ class VorelTokenTool : public ::testing::Test {
     args.insert(args.begin() + 1, {"--type", "7", "--serial", "E2E"});
     return args;
   }
+  // Makes token 7#E2E with the user PIN user-pin and the SO PIN so-pin-1.
+  int init(const char* label) {
+    return tool(on_token({"init", "--label", label, "--so-pin", "so-pin-1", "--pin", "user-pin", "--kdf-iterations",
+                          "1000"}));
+  }
+  // The library's view of the token, logged in with pin when given.
+  Dev found(const char* pin = nullptr) {
+    Dev d;
+    unsigned retries = 0;
+    EXPECT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, vorel::out(d)), VOREL_OK);
+    if (pin) {
+      EXPECT_EQ(VorelPKICryptoVerifyPwd(d.get(), VOREL_PWD_USER, pin, &retries), VOREL_OK);
+    }
+    return d;
+  }
 
   testsupport::TokenFolder folder_{"tool"};
   const std::string& dir_ = folder_.dir;
+  const std::string testdata_ = testsupport::module_path("testdata") + "/";
   std::string out_;
 };
 
 TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
-  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "End to end", "--so-pin", "so-pin-1", "--pin",
-                  "user-pin", "--kdf-iterations", "1000"}),
-            0);
+  ASSERT_EQ(init("End to end"), 0);
   EXPECT_NE(out_.find("Created token 7#E2E \"End to end\""), std::string::npos) << out_;
-  const std::string testdata = testsupport::module_path("testdata") + "/";
-  EXPECT_EQ(tool(on_token({"import-cert", "--file", testdata + "sm2.crt.pem", "--pin", "user-pin"})), 1)
+  EXPECT_EQ(tool(on_token({"import-cert", "--file", testdata_ + "sm2.crt.pem", "--pin", "user-pin"})), 1)
       << "no key pair carries its key yet";
   ASSERT_EQ(tool(on_token({"keygen", "--alg", "sm2", "--use", "sign", "--label", "signer", "--pin", "user-pin"})), 0);
-  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata + "rsa.key.pem", "--use", "enc", "--label", "rsa", "--pin",
-                           "user-pin"})),
+  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata_ + "rsa.key.pem", "--use", "enc", "--label", "rsa",
+                           "--pin", "user-pin"})),
             0);
-  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata + "sm2.key.der", "--use", "sign", "--label", "sm2", "--pin",
-                           "user-pin"})),
+  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata_ + "sm2.key.der", "--use", "sign", "--label", "sm2",
+                           "--pin", "user-pin"})),
             0);
-  EXPECT_EQ(tool(on_token({"import-key", "--file", testdata + "sm2.key.enc.pem", "--pin", "user-pin"})), 1);
-  ASSERT_EQ(tool(on_token({"import-cert", "--file", testdata + "rsa.crt.der", "--pin", "user-pin"})), 0);
-  ASSERT_EQ(tool(on_token({"import-cert", "--file", testdata + "sm2.crt.pem", "--pin", "user-pin"})), 0);
+  EXPECT_EQ(tool(on_token({"import-key", "--file", testdata_ + "sm2.key.enc.pem", "--pin", "user-pin"})), 1);
+  ASSERT_EQ(tool(on_token({"import-cert", "--file", testdata_ + "rsa.crt.der", "--pin", "user-pin"})), 0);
+  ASSERT_EQ(tool(on_token({"import-cert", "--file", testdata_ + "sm2.crt.pem", "--pin", "user-pin"})), 0);
 
   ASSERT_EQ(tool({"list"}), 0);
   for (const char* line : {"7#E2E  type 7  serial E2E  label \"End to end\"",
@@ -59,52 +72,30 @@ TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
   // Certificates come back as openssl wrote them, DER to a file and PEM to the output.
   std::string der = dir_ + "rsa.der";
   ASSERT_EQ(tool(on_token({"export-cert", "--index", "1", "--der", "--out", der})), 0);
-  EXPECT_EQ(testsupport::read_file(der), testsupport::read_file(testdata + "rsa.crt.der"));
+  EXPECT_EQ(testsupport::read_file(der), testsupport::read_file(testdata_ + "rsa.crt.der"));
   ASSERT_EQ(tool(on_token({"export-cert", "--index", "2"})), 0);
-  EXPECT_EQ(out_, testsupport::read_file(testdata + "sm2.crt.pem"));
+  EXPECT_EQ(out_, testsupport::read_file(testdata_ + "sm2.crt.pem"));
   EXPECT_EQ(tool(on_token({"export-cert", "--index", "0"})), 1);
 
   // The library sees the same token: the generated key signs after the user PIN.
-  Dev d;
-  ASSERT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, &d.p), VOREL_OK);
-  unsigned retries = 0;
-  ASSERT_EQ(VorelPKICryptoVerifyPwd(d.p, VOREL_PWD_USER, "user-pin", &retries), VOREL_OK);
-  Pair kp;
-  kp.p = VorelPKICryptoGetKeypair(d.p, 0);
-  const unsigned char e[32] = {7};
-  Out sig;
-  EXPECT_EQ(VorelPKICryptoSignHash(kp.p, VOREL_MECH_SM2_SIGN, nullptr, e, sizeof e, &sig.p, &sig.n), VOREL_OK);
+  Dev d = found("user-pin");
+  EXPECT_EQ(sign(Pair(VorelPKICryptoGetKeypair(d.get(), 0)).get(), VOREL_MECH_SM2_SIGN, Bytes(32, 7)), VOREL_OK);
 }
 
 TEST_F(VorelTokenTool, ImportsAnSm2KeyInEveryFormOpensslWritesIt) {
-  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "forms", "--so-pin", "so-pin-1", "--pin",
-                  "user-pin", "--kdf-iterations", "1000"}),
-            0);
-  const std::string testdata = testsupport::module_path("testdata") + "/";
+  ASSERT_EQ(init("forms"), 0);
   const char* forms[] = {"sm2.key.pem", "sm2.key.der", "sm2.sec1.pem", "sm2.sec1.ec.pem", "sm2.sec1.der"};
   for (const char* form : forms)
-    EXPECT_EQ(tool(on_token({"import-key", "--file", testdata + form, "--pin", "user-pin"})), 0) << form;
-  Dev d;
-  ASSERT_EQ(VorelPKICryptoFindDevice(7, "E2E", VOREL_ENUM_TOKENS, &d.p), VOREL_OK);
-  ASSERT_EQ(VorelPKICryptoGetKeypairCount(d.p), 5);
-  for (int i = 0; i < 5; ++i) {
-    Pair kp;
-    kp.p = VorelPKICryptoGetKeypair(d.p, i);
-    Pub pub;
-    pub.p = VorelPKICryptoGetPublicKeyFromKeypair(kp.p);
-    Out der;
-    ASSERT_EQ(VorelPKICryptoExportPublicKey(pub.p, &der.p, &der.n), VOREL_OK);
-    EXPECT_EQ(der.bytes(), data("sm2.pub.der")) << forms[i];
-  }
+    EXPECT_EQ(tool(on_token({"import-key", "--file", testdata_ + form, "--pin", "user-pin"})), 0) << form;
+  Dev d = found();
+  ASSERT_EQ(VorelPKICryptoGetKeypairCount(d.get()), 5);
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(der_of(public_of(Pair(VorelPKICryptoGetKeypair(d.get(), i))).get()), data("sm2.pub.der")) << forms[i];
 }
 
 TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
-  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "pins", "--so-pin", "so-pin-1", "--pin",
-                  "user-pin", "--kdf-iterations", "1000"}),
-            0);
-  EXPECT_EQ(
-      tool({"init", "--type", "7", "--serial", "E2E", "--label", "again", "--so-pin", "so-pin-1", "--pin", "user-pin"}),
-      1);
+  ASSERT_EQ(init("pins"), 0);
+  EXPECT_EQ(init("again"), 1);
   EXPECT_EQ(tool({"keygen", "--alg", "sm2"}), 2) << "no --type";
   EXPECT_EQ(tool(on_token({"keygen", "--alg", "dsa", "--pin", "user-pin"})), 2);
   EXPECT_EQ(tool(on_token({"keygen", "--pin", "wrong-pin"})), 3);
@@ -126,9 +117,7 @@ TEST_F(VorelTokenTool, PinAdministrationAndExitCodes) {
 }
 
 TEST_F(VorelTokenTool, ListSaysWhatIsWrongWithTheFolderAndItsFiles) {
-  ASSERT_EQ(tool({"init", "--type", "7", "--serial", "E2E", "--label", "fine", "--so-pin", "so-pin-1", "--pin",
-                  "user-pin", "--kdf-iterations", "1000"}),
-            0);
+  ASSERT_EQ(init("fine"), 0);
   testsupport::write_file(dir_ + "7-BAD.token", "not a token at all, but named like one");
 #ifndef _WIN32
   ASSERT_EQ(chmod(dir_.c_str(), 0755), 0);
