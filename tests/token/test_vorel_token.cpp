@@ -68,6 +68,7 @@ TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
                            "key pair 1: enc   RSA-2048  label \"rsa\"  certificate \"CN=Vorel RSA Test,O=Vorel,C=CN\"",
                            "key pair 2: sign  SM2-256  label \"sm2\"  certificate \"CN=Vorel SM2 Test,O=Vorel,C=CN\""})
     EXPECT_NE(out_.find(line), std::string::npos) << line << "\n" << out_;
+  EXPECT_EQ(out_.find("warning:"), std::string::npos) << "the folder is its owner's alone\n" << out_;
 
   // Certificates come back as openssl wrote them, DER to a file and PEM to the output.
   std::string der = dir_ + "rsa.der";
