@@ -48,19 +48,19 @@ void check_protection_vectors(Pbkdf2 pbkdf2, Seal seal, Open open) {
         seal(key.data(), iv.data(), aad.data(), aad.size(), plain.data(), plain.size(), out.data(), tag.data()));
     EXPECT_EQ(hex(out), v.cipher);
     EXPECT_EQ(hex(tag), v.tag);
-    ASSERT_TRUE(open(key.data(), iv.data(), aad.data(), aad.size(), out.data(), out.size(), tag.data(), back.data()));
+    auto opens = [&](const Bytes& n, const Bytes& a, const Bytes& t) {
+      return open(key.data(), n.data(), a.data(), a.size(), out.data(), out.size(), t.data(), back.data());
+    };
+    ASSERT_TRUE(opens(iv, aad, tag));
     EXPECT_EQ(back, plain);
     Bytes badTag = tag, badIv = iv, badAad = aad;
     badTag[15] ^= 1;
     badIv[0] ^= 1;
     badAad.push_back(0);
-    EXPECT_FALSE(
-        open(key.data(), iv.data(), aad.data(), aad.size(), out.data(), out.size(), badTag.data(), back.data()));
+    EXPECT_FALSE(opens(iv, aad, badTag));
     EXPECT_EQ(back, Bytes(plain.size(), 0)) << "a refused opening leaves nothing behind";
-    EXPECT_FALSE(
-        open(key.data(), badIv.data(), aad.data(), aad.size(), out.data(), out.size(), tag.data(), back.data()));
-    EXPECT_FALSE(
-        open(key.data(), iv.data(), badAad.data(), badAad.size(), out.data(), out.size(), tag.data(), back.data()));
+    EXPECT_FALSE(opens(badIv, aad, tag));
+    EXPECT_FALSE(opens(iv, badAad, tag));
   }
 }
 

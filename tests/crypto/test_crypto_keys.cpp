@@ -146,33 +146,19 @@ TEST_F(Keys, MalformedEncodingsAreRefused) {
     const Bytes& good = inputs[which];
     auto accepted = [&](const Bytes& in) {
       Out a, b;
+      Pair kp;
       int curve;
       unsigned char* nums[8] = {};
       size_t lens[8] = {};
-      int rc;
-      switch (which) {
-        case 0:
-          rc = VorelPKICryptoDecodeECCPubKey(in.data(), in.size(), &curve, &a.p, &a.n, &b.p, &b.n);
-          break;
-        case 1:
-          rc = VorelPKICryptoDecodeRSAPubKey(in.data(), in.size(), &a.p, &a.n, &b.p, &b.n);
-          break;
-        case 2: {
-          Pair kp;
-          rc = VorelPKICryptoImportKeypair(device_, in.data(), in.size(), VOREL_KEYPAIR_SIGN, vorel::out(kp));
-          break;
-        }
-        case 3:
-          rc = VorelPKICryptoDecodeRSAKeyPair(in.data(), in.size(), nums, lens);
-          for (unsigned char* p : nums) VorelPKICryptoFreeMemory(p);
-          break;
-        case 4:
-          rc = VorelPKICryptoDecodeECCSignature(in.data(), in.size(), &a.p, &a.n, &b.p, &b.n);
-          break;
-        default:
-          rc = VorelPKICryptoDecodeSM2Cipher(in.data(), in.size(), &a.p, &a.n);
-          break;
-      }
+      const unsigned char* p = in.data();
+      std::size_t n = in.size();
+      int rc = which == 0   ? VorelPKICryptoDecodeECCPubKey(p, n, &curve, &a.p, &a.n, &b.p, &b.n)
+               : which == 1 ? VorelPKICryptoDecodeRSAPubKey(p, n, &a.p, &a.n, &b.p, &b.n)
+               : which == 2 ? VorelPKICryptoImportKeypair(device_, p, n, VOREL_KEYPAIR_SIGN, vorel::out(kp))
+               : which == 3 ? VorelPKICryptoDecodeRSAKeyPair(p, n, nums, lens)
+               : which == 4 ? VorelPKICryptoDecodeECCSignature(p, n, &a.p, &a.n, &b.p, &b.n)
+                            : VorelPKICryptoDecodeSM2Cipher(p, n, &a.p, &a.n);
+      for (unsigned char* number : nums) VorelPKICryptoFreeMemory(number);
       return rc == VOREL_OK;
     };
     SCOPED_TRACE(which);
