@@ -16,7 +16,8 @@ class Keys : public Device {
     Dev d;
     ASSERT_EQ(VorelPKICryptoGetPseudoDevice(vorel::out(d)), VOREL_OK);
     // RSA generation is slow on libgcrypt: one key for the whole suite.
-    ASSERT_EQ(VorelPKICryptoGenerateKeypair(d.get(), VOREL_ALG_RSA, 1024, 0, VOREL_KEYPAIR_ENCRYPT, &rsa1024_), VOREL_OK);
+    ASSERT_EQ(VorelPKICryptoGenerateKeypair(d.get(), VOREL_ALG_RSA, 1024, 0, VOREL_KEYPAIR_ENCRYPT, &rsa1024_),
+              VOREL_OK);
   }
   static void TearDownTestSuite() { VorelPKICryptoFreeKeypair(rsa1024_); }
   void SetUp() override {
@@ -50,9 +51,9 @@ VOREL_KEYPAIR* Keys::rsa1024_ = nullptr;
 
 TEST_F(Keys, GeneratedKeyPairsReportWhatTheyAre) {
   Pair sm2, bad, dup;
-  ASSERT_EQ(VorelPKICryptoGenerateKeypair(device_, VOREL_ALG_SM2, 256, VOREL_CURVE_SM2, VOREL_KEYPAIR_SIGN,
-                                          vorel::out(sm2)),
-            VOREL_OK);
+  ASSERT_EQ(
+      VorelPKICryptoGenerateKeypair(device_, VOREL_ALG_SM2, 256, VOREL_CURVE_SM2, VOREL_KEYPAIR_SIGN, vorel::out(sm2)),
+      VOREL_OK);
   EXPECT_EQ(VorelPKICryptoGetKeypairType(sm2.get()), VOREL_KEYPAIR_SIGN);
   EXPECT_EQ(VorelPKICryptoGetKeypairAlgorithm(sm2.get()), VOREL_ALG_SM2);
   EXPECT_EQ(VorelPKICryptoGetKeypairBits(sm2.get()), 256);
@@ -140,8 +141,8 @@ TEST_F(Keys, SignatureEncodingStripsAndRestoresLeadingZeros) {
 
 // Every decoder refuses truncations and corruptions of valid input without reading past it.
 TEST_F(Keys, MalformedEncodingsAreRefused) {
-  Bytes inputs[] = {data("sm2.pub.der"), data("rsa.pub.der"), data("sm2.key.der"), data("rsa.key.der"),
-                    data("msg.sm2.sig"), data("p7.sm2.der")};
+  Bytes inputs[] = {data("sm2.pub.der"), data("rsa.pub.der"), data("sm2.key.der"),
+                    data("rsa.key.der"), data("msg.sm2.sig"), data("p7.sm2.der")};
   for (int which = 0; which < 6; ++which) {
     const Bytes& good = inputs[which];
     auto accepted = [&](const Bytes& in) {

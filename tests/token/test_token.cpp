@@ -101,7 +101,8 @@ std::string image(const vorel::token::Contents& c) {
   EXPECT_EQ(VorelPKICryptoGetPseudoDevice(vorel::out(pseudo)), VOREL_OK);
   Hash h(VorelPKICryptoNewHash(pseudo.get(), VOREL_HASH_SHA256));
   Out sum;
-  EXPECT_EQ(VorelPKICryptoHashUpdate(h.get(), reinterpret_cast<const unsigned char*>(out.data()), out.size()), VOREL_OK);
+  EXPECT_EQ(VorelPKICryptoHashUpdate(h.get(), reinterpret_cast<const unsigned char*>(out.data()), out.size()),
+            VOREL_OK);
   EXPECT_EQ(VorelPKICryptoHashFinal(h.get(), &sum.p, &sum.n), VOREL_OK);
   return out + std::string(reinterpret_cast<char*>(sum.p), sum.n);
 }
@@ -377,8 +378,8 @@ TEST_F(Tokens, KeyPairsKeepCreationOrderAndAreReadableWithoutLogin) {
   // The imported key decrypts what openssl encrypted to it, once logged in.
   ASSERT_EQ(login(), VOREL_OK);
   Bytes plain;
-  ASSERT_EQ(decrypt(Pair(VorelPKICryptoGetKeypair(token_.get(), 2)).get(), VOREL_MECH_RSA_PKCS1,
-                    data("short.rsa.enc"), &plain),
+  ASSERT_EQ(decrypt(Pair(VorelPKICryptoGetKeypair(token_.get(), 2)).get(), VOREL_MECH_RSA_PKCS1, data("short.rsa.enc"),
+                    &plain),
             VOREL_OK);
   EXPECT_EQ(plain, data("short.bin"));
 

@@ -86,7 +86,8 @@ class TokenProcesses : public ::testing::Test {
   long long generation(unsigned id) {
     std::vector<unsigned char> buf(kObjectSize);
     std::size_t got = 0;
-    if (VorelPKICryptoReadData(token_.get(), id, buf.data(), buf.size(), &got) != VOREL_OK || got != kObjectSize) return -1;
+    if (VorelPKICryptoReadData(token_.get(), id, buf.data(), buf.size(), &got) != VOREL_OK || got != kObjectSize)
+      return -1;
     unsigned long long g = 0;
     for (int i = 0; i < 8; ++i) g = g << 8 | buf[i];
     for (std::size_t i = 8; i < got; ++i)

@@ -26,8 +26,8 @@ class VorelTokenTool : public ::testing::Test {
   }
   // Makes token 7#E2E with the user PIN user-pin and the SO PIN so-pin-1.
   int init(const char* label) {
-    return tool(on_token({"init", "--label", label, "--so-pin", "so-pin-1", "--pin", "user-pin", "--kdf-iterations",
-                          "1000"}));
+    return tool(
+        on_token({"init", "--label", label, "--so-pin", "so-pin-1", "--pin", "user-pin", "--kdf-iterations", "1000"}));
   }
   // The library's view of the token, logged in with pin when given.
   Dev found(const char* pin = nullptr) {
@@ -52,8 +52,8 @@ TEST_F(VorelTokenTool, ProvisionsATokenThatTheLibraryServes) {
   EXPECT_EQ(tool(on_token({"import-cert", "--file", testdata_ + "sm2.crt.pem", "--pin", "user-pin"})), 1)
       << "no key pair carries its key yet";
   ASSERT_EQ(tool(on_token({"keygen", "--alg", "sm2", "--use", "sign", "--label", "signer", "--pin", "user-pin"})), 0);
-  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata_ + "rsa.key.pem", "--use", "enc", "--label", "rsa",
-                           "--pin", "user-pin"})),
+  ASSERT_EQ(tool(on_token({"import-key", "--file", testdata_ + "rsa.key.pem", "--use", "enc", "--label", "rsa", "--pin",
+                           "user-pin"})),
             0);
   ASSERT_EQ(tool(on_token({"import-key", "--file", testdata_ + "sm2.key.der", "--use", "sign", "--label", "sm2",
                            "--pin", "user-pin"})),
