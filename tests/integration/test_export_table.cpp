@@ -34,88 +34,81 @@ const char* const kExpected[] = {
     "SKFEX_RSADecrypt", "SKF_LoadConfigurationWithPath", "SKF_LoadConfigurationWithContent",
 };
 
-class Image {
- public:
-  explicit Image(std::string bytes) : b_(std::move(bytes)) {}
-  template <class T>
-  T get(uint64_t at) const {
-    if (at > b_.size() || sizeof(T) > b_.size() - at) throw std::out_of_range("read past the end of the image");
-    T v;
-    std::memcpy(&v, b_.data() + at, sizeof v);
-    return v;
-  }
-  std::string cstr(uint64_t at) const {
-    if (at >= b_.size()) throw std::out_of_range("name past the end of the image");
-    return std::string(b_.c_str() + at);
-  }
-  bool starts_with(const char* magic, std::size_t n) const { return b_.size() >= n && b_.compare(0, n, magic, n) == 0; }
+// The T stored at offset at of the image, read as this (little-endian) machine reads it.
+template <class T>
+T get(const std::string& img, uint64_t at) {
+  if (at > img.size() || sizeof(T) > img.size() - at) throw std::out_of_range("read past the end of the image");
+  T v;
+  std::memcpy(&v, img.data() + at, sizeof v);
+  return v;
+}
 
- private:
-  std::string b_;
-};
+std::string cstr(const std::string& img, uint64_t at) {
+  if (at >= img.size()) throw std::out_of_range("name past the end of the image");
+  return std::string(img.c_str() + at);
+}
 
 // Defined global and weak symbols of .dynsym.
-std::vector<std::string> elf_exports(const Image& img) {
-  uint64_t shoff = img.get<uint64_t>(0x28);
-  uint16_t shentsize = img.get<uint16_t>(0x3A), shnum = img.get<uint16_t>(0x3C);
+std::vector<std::string> elf_exports(const std::string& img) {
+  uint64_t shoff = get<uint64_t>(img, 0x28);
+  uint16_t shentsize = get<uint16_t>(img, 0x3A), shnum = get<uint16_t>(img, 0x3C);
   std::vector<std::string> names;
   for (uint16_t i = 0; i < shnum; ++i) {
     uint64_t sh = shoff + uint64_t(i) * shentsize;
-    if (img.get<uint32_t>(sh + 4) != 11) continue;  // SHT_DYNSYM
-    uint64_t symOff = img.get<uint64_t>(sh + 0x18), symSize = img.get<uint64_t>(sh + 0x20);
-    uint32_t link = img.get<uint32_t>(sh + 0x28);
-    uint64_t strOff = img.get<uint64_t>(shoff + uint64_t(link) * shentsize + 0x18);
+    if (get<uint32_t>(img, sh + 4) != 11) continue;  // SHT_DYNSYM
+    uint64_t symOff = get<uint64_t>(img, sh + 0x18), symSize = get<uint64_t>(img, sh + 0x20);
+    uint32_t link = get<uint32_t>(img, sh + 0x28);
+    uint64_t strOff = get<uint64_t>(img, shoff + uint64_t(link) * shentsize + 0x18);
     for (uint64_t s = symOff + 24; s + 24 <= symOff + symSize; s += 24) {
-      uint8_t info = img.get<uint8_t>(s + 4);
-      uint16_t shndx = img.get<uint16_t>(s + 6);
+      uint8_t info = get<uint8_t>(img, s + 4);
+      uint16_t shndx = get<uint16_t>(img, s + 6);
       int bind = info >> 4;
       if (shndx == 0 || (bind != 1 && bind != 2)) continue;
-      names.push_back(img.cstr(strOff + img.get<uint32_t>(s)));
+      names.push_back(cstr(img, strOff + get<uint32_t>(img, s)));
     }
   }
   return names;
 }
 
 // Names of the PE32+ export directory.
-std::vector<std::string> pe_exports(const Image& img) {
-  uint32_t pe = img.get<uint32_t>(0x3C);
-  if (img.get<uint32_t>(pe) != 0x00004550) throw std::runtime_error("no PE signature");
-  uint16_t sections = img.get<uint16_t>(pe + 6), optSize = img.get<uint16_t>(pe + 20);
+std::vector<std::string> pe_exports(const std::string& img) {
+  uint32_t pe = get<uint32_t>(img, 0x3C);
+  if (get<uint32_t>(img, pe) != 0x00004550) throw std::runtime_error("no PE signature");
+  uint16_t sections = get<uint16_t>(img, pe + 6), optSize = get<uint16_t>(img, pe + 20);
   uint64_t opt = pe + 24;
-  if (img.get<uint16_t>(opt) != 0x20B) throw std::runtime_error("not PE32+");
-  uint32_t exportRva = img.get<uint32_t>(opt + 112);
+  if (get<uint16_t>(img, opt) != 0x20B) throw std::runtime_error("not PE32+");
+  uint32_t exportRva = get<uint32_t>(img, opt + 112);
   uint64_t sectionTable = opt + optSize;
   auto offset_of = [&](uint32_t rva) -> uint64_t {
     for (uint16_t i = 0; i < sections; ++i) {
       uint64_t s = sectionTable + uint64_t(i) * 40;
-      uint32_t va = img.get<uint32_t>(s + 12), size = std::max(img.get<uint32_t>(s + 8), img.get<uint32_t>(s + 16));
-      if (rva >= va && rva < va + size) return uint64_t(rva - va) + img.get<uint32_t>(s + 20);
+      uint32_t va = get<uint32_t>(img, s + 12), size = std::max(get<uint32_t>(img, s + 8), get<uint32_t>(img, s + 16));
+      if (rva >= va && rva < va + size) return uint64_t(rva - va) + get<uint32_t>(img, s + 20);
     }
     throw std::runtime_error("rva outside every section");
   };
   std::vector<std::string> names;
   if (exportRva == 0) return names;
   uint64_t dir = offset_of(exportRva);
-  uint32_t count = img.get<uint32_t>(dir + 24);
-  uint64_t nameTable = offset_of(img.get<uint32_t>(dir + 32));
-  for (uint32_t i = 0; i < count; ++i) names.push_back(img.cstr(offset_of(img.get<uint32_t>(nameTable + 4ull * i))));
+  uint32_t count = get<uint32_t>(img, dir + 24);
+  uint64_t nameTable = offset_of(get<uint32_t>(img, dir + 32));
+  for (uint32_t i = 0; i < count; ++i) names.push_back(cstr(img, offset_of(get<uint32_t>(img, nameTable + 4ull * i))));
   return names;
 }
 
 TEST(ExportTable, TheLibraryExportsExactlyTheSkfFunctions) {
   std::string path = testsupport::module_path(VORELSKF_LIBRARY);
-  Image img(testsupport::read_file(path));
+  std::string img = testsupport::read_file(path);
   std::vector<std::string> exported;
-  if (img.starts_with("\x7f" "ELF", 4)) {
+  if (img.rfind("\x7f" "ELF", 0) == 0) {
     exported = elf_exports(img);
-  } else if (img.starts_with("MZ", 2)) {
+  } else if (img.rfind("MZ", 0) == 0) {
     exported = pe_exports(img);
   } else {
     FAIL() << "unknown binary format: " << path;
   }
   std::multiset<std::string> got(exported.begin(), exported.end());
   std::multiset<std::string> want(std::begin(kExpected), std::end(kExpected));
-  EXPECT_EQ(want.size(), 85u);
   EXPECT_EQ(got, want);
 }
 

@@ -37,23 +37,12 @@ std::string folder_with_vendor_config() {
   return dir;
 }
 
-// Runs the probe with its own log file at the given level (nullptr: unset); returns the log.
-std::string run_probe(const char* level, const std::vector<std::string>& args) {
-  std::string log = testsupport::make_temp_dir("log") + "skf.log";
-  ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
-  ScopedEnv logLevel("VOREL_SKF_LOG_LEVEL", level);
-  std::vector<std::string> all{library()};
-  all.insert(all.end(), args.begin(), args.end());
-  EXPECT_EQ(testsupport::run_process(probe(), all), 0);
-  return testsupport::read_file(log);
-}
-
 // What each load and unload logs, counted. Under the sanitizer build the leak checker also fails
 // the probe when the unload keeps the records of the handles it left open.
 TEST(Lifecycle, LoadsAndUnloadsLogWhatTheyReadAndFreed) {
   std::string cfg = folder_with_vendor_config();
   const struct {
-    const char* level;
+    const char* level;  // nullptr: unset
     std::vector<std::string> args;
     std::vector<std::pair<const char*, std::size_t>> counts;
   } cases[] = {
@@ -74,67 +63,58 @@ TEST(Lifecycle, LoadsAndUnloadsLogWhatTheyReadAndFreed) {
       {"4", {cfg, "-", "open"}, {{"<<<<< SKF_OpenApplication", 1}, {"[ERROR]", 0}}},
   };
   for (const auto& c : cases) {
-    std::string text = run_probe(c.level, c.args);
+    std::string log = testsupport::make_temp_dir("log") + "skf.log";
+    ScopedEnv path("VOREL_SKF_LOG_PATH", log.c_str());
+    ScopedEnv level("VOREL_SKF_LOG_LEVEL", c.level);
+    std::vector<std::string> args{library()};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    EXPECT_EQ(testsupport::run_process(probe(), args), 0);
+    std::string text = testsupport::read_file(log);
     for (const auto& [line, times] : c.counts) EXPECT_EQ(count(text, line), times) << line << " in\n" << text;
     auto version = text.find("Version : "), freed = text.find("free skf dll");
     EXPECT_TRUE(version == std::string::npos || freed == std::string::npos || version < freed);
   }
 }
 
-// A log path that cannot be opened falls back to the temporary folder; without a temporary folder
-// either, the lines are lost quietly.
-TEST(Lifecycle, AnUnopenableLogFallsBackToTheTempFolderOrIsLostQuietly) {
-  for (bool tempExists : {true, false}) {
-    std::string log = testsupport::make_temp_dir("log"), sep = log.substr(log.size() - 1);
-    std::string tmp = tempExists ? testsupport::make_temp_dir("tmp") : log + "absent" + sep;
-    std::string missing = log + "no-such-folder" + sep + "x.log";
-    ScopedEnv path("VOREL_SKF_LOG_PATH", missing.c_str());
+// The log goes to VOREL_SKF_LOG_PATH; when that is unset or cannot be opened, to the temporary
+// folder; without one either, the lines are lost quietly. It holds what DEBUG dumps, so whatever
+// the library creates is its owner's alone, whatever the umask.
+TEST(LogFile, GoesToItsPathOrTheTempFolderAndIsItsOwnersAlone) {
+  const struct {
+    bool pathSet, pathOpens, tempExists;
+  } cases[] = {{true, true, true}, {false, false, true}, {true, false, true}, {true, false, false}};
+#ifndef _WIN32
+  mode_t old = umask(0);
+#endif
+  for (const auto& c : cases) {
+    std::string dir = testsupport::make_temp_dir("log"), sep = dir.substr(dir.size() - 1);
+    std::string tmp = c.tempExists ? testsupport::make_temp_dir("tmp") : dir + "absent" + sep;
+    std::string named = dir + (c.pathOpens ? "" : "no-such-folder" + sep) + "x.log";
+    ScopedEnv path("VOREL_SKF_LOG_PATH", c.pathSet ? named.c_str() : nullptr);
     ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
     ScopedEnv tmpdir("TMPDIR", without_separator(tmp).c_str());
     ScopedEnv tmpvar("TMP", without_separator(tmp).c_str());
     ScopedEnv tempvar("TEMP", without_separator(tmp).c_str());
-    ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
-    EXPECT_FALSE(testsupport::file_exists(missing));
-    if (tempExists) {
-      EXPECT_NE(testsupport::read_file(tmp + "vorelskf.log").find("Version : 1.1.2.4"), std::string::npos);
+    EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
+    EXPECT_EQ(testsupport::file_exists(named), c.pathSet && c.pathOpens);
+    std::string log = c.pathSet && c.pathOpens ? named : tmp + "vorelskf.log";
+    if (c.tempExists) {
+      EXPECT_NE(testsupport::read_file(log).find("Version : 1.1.2.4"), std::string::npos) << log;
+      EXPECT_TRUE(testsupport::private_to_owner(log)) << log;
     }
-  }
-}
-
-// The log holds what DEBUG dumps, so whatever the library creates is its owner's alone, and in
-// the temporary folder, where others may plant files, it writes only a plain file of its own.
-TEST(LogFile, ANewLogFileIsItsOwnersAloneWhateverTheUmask) {
-  std::string named = testsupport::make_temp_dir("log") + "named.log";
-  std::string tmp = testsupport::make_temp_dir("tmp");
-#ifndef _WIN32
-  mode_t old = umask(0);
-#endif
-  {
-    ScopedEnv path("VOREL_SKF_LOG_PATH", named.c_str());
-    EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
-  }
-  {
-    ScopedEnv path("VOREL_SKF_LOG_PATH", nullptr);
-    ScopedEnv tmpdir("TMPDIR", without_separator(tmp).c_str());
-    ScopedEnv tmpvar("TMP", without_separator(tmp).c_str());
-    ScopedEnv tempvar("TEMP", without_separator(tmp).c_str());
-    EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
   }
 #ifndef _WIN32
   umask(old);
 #endif
-  for (const std::string& log : {named, tmp + "vorelskf.log"}) {
-    EXPECT_NE(testsupport::read_file(log).find("Version : 1.1.2.4"), std::string::npos) << log;
-    EXPECT_TRUE(testsupport::private_to_owner(log)) << log;
-  }
 }
 
 #ifndef _WIN32
-TEST(LogFile, WhatOthersPlantAtTheTemporaryFolderPathIsNeitherWrittenNorWaitedFor) {
+TEST(LogFile, WhatIsAtTheTemporaryFolderPathIsNeitherWaitedForNorWrittenUnlessItIsALogOfOurs) {
   const struct {
     const char* what;
     std::function<int(const std::string& at, const std::string& victim)> plant;
-    bool asRoot = false;  // needs another owner, which only root can give
+    bool asRoot = false;         // needs another owner, which only root can give
+    const char* kept = nullptr;  // an earlier log of ours: kept, then written, and narrowed
   } cases[] = {
       {"a symbolic link", [](const std::string& at, const std::string& v) { return symlink(v.c_str(), at.c_str()); }},
       {"a hard link", [](const std::string& at, const std::string& v) { return link(v.c_str(), at.c_str()); }},
@@ -145,6 +125,12 @@ TEST(LogFile, WhatOthersPlantAtTheTemporaryFolderPathIsNeitherWrittenNorWaitedFo
          return chown(at.c_str(), 65534, 65534);
        },
        true},
+      {"an earlier log of ours that others could read",
+       [](const std::string& at, const std::string&) {
+         testsupport::write_file(at, "earlier\n");
+         return chmod(at.c_str(), 0644);
+       },
+       false, "earlier\n"},
   };
   ScopedEnv path("VOREL_SKF_LOG_PATH", nullptr);
   for (const auto& c : cases) {
@@ -158,26 +144,19 @@ TEST(LogFile, WhatOthersPlantAtTheTemporaryFolderPathIsNeitherWrittenNorWaitedFo
     EXPECT_EQ(testsupport::run_process("/usr/bin/timeout", {"30", probe(), library(), "-"}), 0) << c.what;
     EXPECT_EQ(testsupport::read_file(victim), "") << c.what;
     struct stat st;
-    if (lstat(at.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+    if (c.kept) {
+      std::string text = testsupport::read_file(at);
+      EXPECT_EQ(text.rfind(c.kept, 0), 0u);
+      EXPECT_NE(text.find("Version : 1.1.2.4"), std::string::npos);
+      EXPECT_TRUE(testsupport::private_to_owner(at));
+    } else if (lstat(at.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
       EXPECT_EQ(testsupport::read_file(at), "") << c.what;
     }
   }
 }
 
-TEST(LogFile, AnEarlierLogOfOursThatOthersCouldReadIsNarrowedThenWritten) {
-  std::string tmp = testsupport::make_temp_dir("tmp"), at = tmp + "vorelskf.log";
-  testsupport::write_file(at, "earlier\n");
-  ASSERT_EQ(chmod(at.c_str(), 0644), 0);
-  ScopedEnv path("VOREL_SKF_LOG_PATH", nullptr);
-  ScopedEnv tmpdir("TMPDIR", tmp.c_str());
-  ASSERT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
-  std::string text = testsupport::read_file(at);
-  EXPECT_EQ(text.rfind("earlier\n", 0), 0u);
-  EXPECT_NE(text.find("Version : 1.1.2.4"), std::string::npos);
-  EXPECT_TRUE(testsupport::private_to_owner(at));
-}
 #else
-TEST(LogFile, WhatOthersPlantAtTheTemporaryFolderPathIsNeitherWrittenNorWaitedFor) {
+TEST(LogFile, WhatIsAtTheTemporaryFolderPathIsNeitherWaitedForNorWrittenUnlessItIsALogOfOurs) {
   GTEST_SKIP() << "POSIX links, pipes and owners; Wine 8 cannot make the Windows symbolic links such a test needs";
 }
 #endif
