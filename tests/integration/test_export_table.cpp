@@ -100,7 +100,7 @@ TEST(ExportTable, TheLibraryExportsExactlyTheSkfFunctions) {
   std::string path = testsupport::module_path(VORELSKF_LIBRARY);
   std::string img = testsupport::read_file(path);
   std::vector<std::string> exported;
-  if (img.rfind("\x7f" "ELF", 0) == 0) {
+  if (img.rfind("\177ELF", 0) == 0) {
     exported = elf_exports(img);
   } else if (img.rfind("MZ", 0) == 0) {
     exported = pe_exports(img);

@@ -47,13 +47,17 @@ class Skftool : public DeviceTest {
     EXPECT_EQ(r.code, code) << args[0] << ": " << r.err;
     EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
   }
+  // skftool writes to its --out file exactly the bytes of the test data file.
+  void writes(std::vector<std::string> args, const std::string& expected) {
+    args.insert(args.end(), {"--out", file("out")});
+    ok(args);
+    EXPECT_EQ(testsupport::read_file(file("out")), testsupport::read_file(data(expected))) << expected;
+  }
   std::string file(const std::string& name) { return work_ + name; }
   std::string data(const std::string& name) { return testsupport::module_path(("testdata/device/" + name).c_str()); }
   std::string work_, config_;
   testsupport::ScopedEnv noPin_{"SKFTOOL_PIN", nullptr}, noSoPin_{"SKFTOOL_SO_PIN", nullptr};
 };
-
-std::string text_of(const std::string& path) { return testsupport::read_file(path); }
 
 TEST_F(Skftool, ListingsShowTheTokenAsTheLibrarySeesIt) {
   json list = json::parse(ok({"list", "--json"}).out);
@@ -77,19 +81,14 @@ TEST_F(Skftool, ListingsShowTheTokenAsTheLibrarySeesIt) {
 }
 
 TEST_F(Skftool, KeysAndCertificatesComeOutAsOpenSslWroteThem) {
-  ok({"export-pubkey", "--container", "alice", "--out", file("s1.pem")});
-  EXPECT_EQ(text_of(file("s1.pem")), text_of(data("s1.pub.pem")));
-  ok({"export-pubkey", "--container", "alice", "--der", "--out", file("s1.der")});
-  EXPECT_EQ(text_of(file("s1.der")), text_of(data("s1.pub.der")));
-  ok({"export-pubkey", "--container", "carol", "--out", file("r1.pem")});
-  EXPECT_EQ(text_of(file("r1.pem")), text_of(data("r1.pub.pem")));
-  ok({"export-cert", "--container", "alice", "--use", "enc", "--der", "--out", file("s2.crt")});
-  EXPECT_EQ(text_of(file("s2.crt")), text_of(data("s2.crt")));
+  writes({"export-pubkey", "--container", "alice"}, "s1.pub.pem");
+  writes({"export-pubkey", "--container", "alice", "--der"}, "s1.pub.der");
+  writes({"export-pubkey", "--container", "carol"}, "r1.pub.pem");
+  writes({"export-cert", "--container", "alice", "--use", "enc", "--der"}, "s2.crt");
 
   exits({"export-cert", "--container", "alice"}, 1, "alice has no signing certificate");
   ok({"import-cert", "--container", "alice", "--in", data("s1.crt.pem"), "--pin", kUserPin});
-  ok({"export-cert", "--container", "alice", "--der", "--out", file("s1.crt")});
-  EXPECT_EQ(text_of(file("s1.crt")), text_of(data("s1.crt")));
+  writes({"export-cert", "--container", "alice", "--der"}, "s1.crt");
   // Another key's certificate is refused by the library.
   exits({"import-cert", "--container", "carol", "--in", data("s3.crt"), "--pin", kUserPin}, 1);
 }
@@ -129,16 +128,14 @@ TEST_F(Skftool, SignaturesVerifyWithOpenSslAndOpenSslSignaturesVerify) {
 
 TEST_F(Skftool, Sm2CiphertextsTravelBetweenOpenSslAndTheToken) {
   // openssl's ciphertext of the 16-byte key, decrypted with the container's encryption pair.
-  ok({"decrypt", "--container", "alice", "--in", data("key16.s2.der"), "--out", file("key16"), "--pin", kUserPin});
-  EXPECT_EQ(text_of(file("key16")), text_of(data("key16.bin")));
+  writes({"decrypt", "--container", "alice", "--in", data("key16.s2.der"), "--pin", kUserPin}, "key16.bin");
   // Ours, to the certificate's key: openssl decrypts it with the private key, and so does the token.
   ok({"encrypt", "--cert", data("s2.crt"), "--in", data("plain.bin"), "--out", file("ct.der")});
   std::string plain;
   if (openssl({"pkeyutl", "-decrypt", "-inkey", data("s2.pem"), "-in", file("ct.der"), "-out", "OUT"}, "", &plain)) {
-    EXPECT_EQ(plain, text_of(data("plain.bin")));
+    EXPECT_EQ(plain, testsupport::read_file(data("plain.bin")));
   }
-  ok({"decrypt", "--container", "alice", "--in", file("ct.der"), "--out", file("back"), "--pin", kUserPin});
-  EXPECT_EQ(text_of(file("back")), text_of(data("plain.bin")));
+  writes({"decrypt", "--container", "alice", "--in", file("ct.der"), "--pin", kUserPin}, "plain.bin");
   // The signing pair did not encrypt it.
   exits({"decrypt", "--container", "alice", "--use", "sign", "--in", file("ct.der"), "--pin", kUserPin}, 1);
 }
@@ -149,11 +146,11 @@ TEST_F(Skftool, DigestsMacsAndRandomBytes) {
     const char* expected;
   } digests[] = {{"sm3", "plain.sm3"}, {"sha1", "plain.sha1"}, {"sha256", "plain.sha256"}};
   for (const auto& d : digests) {
-    std::string expected = text_of(data(d.expected));
+    std::string expected = testsupport::read_file(data(d.expected));
     EXPECT_EQ(ok({"digest", "--alg", d.alg, "--in", data("plain.bin")}).out, hex(expected) + "\n") << d.alg;
   }
   // The MAC is the last block of openssl's SM4-CBC encryption without padding.
-  std::string cbc = text_of(data("sm4-cbc.nopad.bin"));
+  std::string cbc = testsupport::read_file(data("sm4-cbc.nopad.bin"));
   EXPECT_EQ(ok({"mac", "--key", "0123456789abcdeffedcba9876543210", "--iv", "000102030405060708090a0b0c0d0e0f", "--in",
                 data("plain96.bin")})
                 .out,

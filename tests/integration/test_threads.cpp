@@ -1,5 +1,6 @@
-// Threads sharing one software token through handles of their own, and handles closed under
-// running calls. Each test runs under a watchdog that ends the process when a call hangs.
+// Threads sharing one software token through handles of their own; handles closed and the
+// configuration loaded again under running calls; waiters for the device lock. Each test runs
+// under a watchdog that ends the process when a call hangs.
 // VOREL_THREAD_SECONDS sets how long the mixed workload runs (default 3).
 #include <atomic>
 #include <chrono>
@@ -114,6 +115,19 @@ struct Session {
   std::vector<Bytes> alone;  // each round's answer when the thread ran alone
 };
 
+// The digest of the session's data; with a public key, SM3(Z || M) under the default signer ID.
+ULONG digest(Session& s, ULONG alg, ECCPUBLICKEYBLOB* pub, Bytes& out) {
+  char id[] = "1234567812345678";
+  HANDLE hash = nullptr;
+  ULONG len = 64;
+  out.resize(len);
+  ULONG rc = SKF_DigestInit(s.dev, alg, pub, pub ? reinterpret_cast<BYTE*>(id) : nullptr, pub ? 16 : 0, &hash);
+  if (rc == kOk) rc = SKF_Digest(hash, s.data.data(), 64, out.data(), &len);
+  SKF_CloseHandle(hash);
+  out.resize(len);
+  return rc;
+}
+
 // One round of a thread's workload. What it puts in out must be what the same round gives when
 // the thread runs alone.
 struct Round {
@@ -124,17 +138,12 @@ struct Round {
 const Round kRounds[] = {
     {"SM2 signature over SM3(Z || M), verified by the export",
      [](Session& s, Bytes& e) {
-       char id[] = "1234567812345678";
-       HANDLE hash = nullptr;
-       ULONG len = 32;
-       e.resize(len);
-       ULONG rc = SKF_DigestInit(s.dev, SGD_SM3, &s.signPub, reinterpret_cast<BYTE*>(id), 16, &hash);
-       if (rc == kOk) rc = SKF_Digest(hash, s.data.data(), 64, e.data(), &len);
-       SKF_CloseHandle(hash);
+       ULONG rc = digest(s, SGD_SM3, &s.signPub, e);
        ECCSIGNATUREBLOB sig{};
        if (rc == kOk) rc = SKF_ECCSignData(s.con, e.data(), 32, &sig);
        return rc == kOk ? SKF_ECCVerify(s.dev, &s.signPub, e.data(), 32, &sig) : rc;
      }},
+    {"SHA-256", [](Session& s, Bytes& out) { return digest(s, SGD_SHA256, nullptr, out); }},
     {"SM4-CBC encryption and decryption",
      [](Session& s, Bytes& out) {
        BLOCKCIPHERPARAM param{};
