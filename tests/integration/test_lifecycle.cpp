@@ -20,11 +20,6 @@ namespace {
 std::string probe() { return testsupport::module_path(PROBE_PROGRAM); }
 std::string library() { return testsupport::module_path(VORELSKF_LIBRARY); }
 
-std::string without_separator(std::string dir) {
-  dir.pop_back();
-  return dir;
-}
-
 // A folder whose vorelskf.json routes type 7 to the recording vendor module, 8 to the empty one.
 std::string folder_with_vendor_config() {
   std::string dir = testsupport::make_temp_dir("cwd");
@@ -89,12 +84,13 @@ TEST(LogFile, GoesToItsPathOrTheTempFolderAndIsItsOwnersAlone) {
   for (const auto& c : cases) {
     std::string dir = testsupport::make_temp_dir("log"), sep = dir.substr(dir.size() - 1);
     std::string tmp = c.tempExists ? testsupport::make_temp_dir("tmp") : dir + "absent" + sep;
+    std::string tmpVar = tmp.substr(0, tmp.size() - 1);  // TMPDIR, TMP and TEMP name it without the separator
     std::string named = dir + (c.pathOpens ? "" : "no-such-folder" + sep) + "x.log";
     ScopedEnv path("VOREL_SKF_LOG_PATH", c.pathSet ? named.c_str() : nullptr);
     ScopedEnv level("VOREL_SKF_LOG_LEVEL", nullptr);
-    ScopedEnv tmpdir("TMPDIR", without_separator(tmp).c_str());
-    ScopedEnv tmpvar("TMP", without_separator(tmp).c_str());
-    ScopedEnv tempvar("TEMP", without_separator(tmp).c_str());
+    ScopedEnv tmpdir("TMPDIR", tmpVar.c_str());
+    ScopedEnv tmpvar("TMP", tmpVar.c_str());
+    ScopedEnv tempvar("TEMP", tmpVar.c_str());
     EXPECT_EQ(testsupport::run_process(probe(), {library(), "-"}), 0);
     EXPECT_EQ(testsupport::file_exists(named), c.pathSet && c.pathOpens);
     std::string log = c.pathSet && c.pathOpens ? named : tmp + "vorelskf.log";
