@@ -28,25 +28,18 @@ class Skftool : public DeviceTest {
     config_ = work_ + "vorelskf.json";
     testsupport::write_file(config_, R"({"devices":[{"name":"SOFT","type":3}]})");
   }
-  // skftool with the test configuration (ours, not a vendor library's), input on standard input.
-  Result run(std::vector<std::string> args, const std::string& input = "") {
+  // skftool with the test configuration (ours, not a vendor library's), input on standard input;
+  // it must exit with code, its error output holding message.
+  Result exits(std::vector<std::string> args, int code, const std::string& message = "",
+               const std::string& input = "") {
     if (args[0] != "--lib") args.insert(args.begin(), {"--config", config_});
     Result r;
     r.code = testsupport::run_process(testsupport::module_path(SKFTOOL), args, input, r.out, r.err);
-    return r;
-  }
-  Result ok(const std::vector<std::string>& args) {
-    Result r = run(args);
-    EXPECT_EQ(r.code, 0) << args[0] << ": " << r.err;
-    return r;
-  }
-  // skftool exits with code, its error output holding message.
-  void exits(const std::vector<std::string>& args, int code, const std::string& message = "",
-             const std::string& input = "") {
-    Result r = run(args, input);
-    EXPECT_EQ(r.code, code) << args[0] << ": " << r.err;
+    EXPECT_EQ(r.code, code) << args[2] << ": " << r.err;
     EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
+    return r;
   }
+  Result ok(const std::vector<std::string>& args) { return exits(args, 0); }
   // skftool writes to its --out file exactly the bytes of the test data file.
   void writes(std::vector<std::string> args, const std::string& expected) {
     args.insert(args.end(), {"--out", file("out")});
@@ -227,8 +220,8 @@ TEST_F(Skftool, SpeedReportsEachTest) {
 // Any SKF library: a vendor's, loaded directly, and ours routing a type to it.
 TEST_F(Skftool, AVendorLibraryServesTheSameCommands) {
   std::string vendor = testsupport::module_path(VENDOR_FIXTURE);
-  EXPECT_EQ(run({"--lib", vendor, "list"}).out, "FIXTURE0                 present\n");
-  EXPECT_NE(run({"--lib", vendor, "info"}).out.find("Label          FIXTURE LABEL"), std::string::npos);
+  EXPECT_EQ(ok({"--lib", vendor, "list"}).out, "FIXTURE0                 present\n");
+  EXPECT_NE(ok({"--lib", vendor, "info"}).out.find("Label          FIXTURE LABEL"), std::string::npos);
   testsupport::write_file(config_, R"({"devices":[)" + vendor_entry(7) + "]}");
   EXPECT_NE(ok({"--device", "7#FIXTURE0", "info"}).out.find("Manufacturer   VOREL FIXTURE"), std::string::npos);
 }
