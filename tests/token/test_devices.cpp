@@ -19,7 +19,9 @@ using testsupport::count;
 
 class Devices : public DeviceTest {};
 
-TEST_F(Devices, EnumerationListsConfiguredTypesOrTheirTokens) {
+// Lists stop short of the caller's buffer: present devices exactly, configured types with the
+// final zero left out if need be.
+TEST_F(Devices, EnumerationListsConfiguredTypesOrTheirTokensWithinTheBuffer) {
   configure(R"({"devices":[{"type":2},{"type":5}]})");
   make_token(5, "B");
   make_token(5, "A");
@@ -27,6 +29,29 @@ TEST_F(Devices, EnumerationListsConfiguredTypesOrTheirTokens) {
   make_token(4, "NOTCONFIGURED");
   EXPECT_EQ(enumerate(false), (std::vector<std::string>{"2#?", "5#?"}));
   EXPECT_EQ(enumerate(true), (std::vector<std::string>{"2#Z", "5#A", "5#B"}));
+  // present: "2#Z\0" "5#A\0" "5#B\0" "\0" = 13 bytes; configured: "2#?\0" "5#?\0" "\0" = 9.
+  const struct {
+    BOOL present;
+    ULONG room, rc, written;
+  } cases[] = {
+      {TRUE, 13, SAR_OK, 13}, {TRUE, 12, SAR_BUFFER_TOO_SMALL, 0}, {FALSE, 9, SAR_OK, 9},
+      {FALSE, 8, SAR_OK, 8},  {FALSE, 7, SAR_BUFFER_TOO_SMALL, 0},
+  };
+  for (const auto& c : cases) {
+    ULONG full = c.present ? 13 : 9, size = 0;
+    ASSERT_EQ(SKF_EnumDev(c.present, nullptr, &size), kOk);
+    EXPECT_EQ(size, full);
+    char list[16];
+    std::memset(list, '#', sizeof list);
+    size = c.room;
+    auto log = log_file();
+    EXPECT_EQ(SKF_EnumDev(c.present, list, &size), c.rc) << c.present << "/" << c.room;
+    EXPECT_EQ(size, c.rc == SAR_OK ? c.written : full) << "a length beyond what was written";
+    EXPECT_EQ(list[c.written], '#') << "wrote past the caller's " << c.room << " bytes";
+    if (c.rc != SAR_OK) {
+      EXPECT_NE(log.since().find("SKF_EnumDev return: 0x0a000020"), std::string::npos);
+    }
+  }
   configure("{}");
   for (BOOL present : {TRUE, FALSE}) {
     ULONG size = 99;
@@ -47,35 +72,6 @@ TEST_F(Devices, ATokenFolderOthersMayReachIsWarnedOfOnce) {
   EXPECT_NE(text.find(tokenDir_.substr(0, tokenDir_.size() - 1)), std::string::npos) << text;
 }
 #endif
-
-TEST_F(Devices, EnumerationSizeContracts) {
-  configure(R"({"devices":[{"type":2},{"type":5}]})");
-  make_token(2, "A");
-  make_token(2, "B");
-  // present: "2#A\0" "2#B\0" "\0" = 9 bytes, exactly; configured: "2#?\0" "5#?\0" "\0" = 9, one short allowed.
-  const struct {
-    BOOL present;
-    ULONG room, rc, written;
-  } cases[] = {
-      {TRUE, 9, SAR_OK, 9},  {TRUE, 8, SAR_BUFFER_TOO_SMALL, 0},  {FALSE, 9, SAR_OK, 9},
-      {FALSE, 8, SAR_OK, 8}, {FALSE, 7, SAR_BUFFER_TOO_SMALL, 0},
-  };
-  for (const auto& c : cases) {
-    ULONG size = 0;
-    ASSERT_EQ(SKF_EnumDev(c.present, nullptr, &size), kOk);
-    EXPECT_EQ(size, 9u);
-    char list[16];
-    std::memset(list, '#', sizeof list);
-    size = c.room;
-    auto log = log_file();
-    EXPECT_EQ(SKF_EnumDev(c.present, list, &size), c.rc) << c.present << "/" << c.room;
-    EXPECT_EQ(size, c.rc == SAR_OK ? c.written : 9u) << "a length beyond what was written";
-    EXPECT_EQ(list[c.written], '#') << "wrote past the caller's " << c.room << " bytes";
-    if (c.rc != SAR_OK) {
-      EXPECT_NE(log.since().find("SKF_EnumDev return: 0x0a000020"), std::string::npos);
-    }
-  }
-}
 
 // Name lists stop at the last whole name that fits their buffer, with a warning.
 TEST_F(Devices, NameListsThatWouldOverflowStopAtTheLastWholeName) {
@@ -120,43 +116,37 @@ TEST_F(Devices, ConnectFindsTheNamedOrFirstTokenAndCachesItsInformation) {
   EXPECT_EQ(ULONG{info.DevAuthAlgId}, 0u);
 }
 
-TEST_F(Devices, ConnectFailures) {
+// A name connects only to a token that is there, and its state says so; a failed connection
+// leaves the caller's handle as it was.
+TEST_F(Devices, ConnectionAndStateOfEachKindOfName) {
+  configure(R"({"devices":[{"type":3},{"type":6}]})");
+  make_token(3, "A11");
   const struct {
     const char* name;
     ULONG rc;
     const char* logged;
+    ULONG stateRc, state;
   } cases[] = {
-      {"3#?", SAR_DEVICE_REMOVED, "SKF_ConnectDev return: 0x0a000023"},
-      {"3#NOSUCH", SAR_FAIL, "VorelPKICryptoFindDevice fail, error : -7"},
-      {"0#A", SAR_INVALIDPARAMERR, "[ERROR] [is_valid_name] error type"},
-      {"3-A", SAR_INVALIDPARAMERR, "[ERROR] [is_valid_name] device name format error"},
+      {"3#A11", SAR_OK, nullptr, SAR_OK, DEV_PRESENT_STATE},
+      {"3#?", SAR_OK, nullptr, SAR_OK, DEV_PRESENT_STATE},
+      {"6#?", SAR_DEVICE_REMOVED, "SKF_ConnectDev return: 0x0a000023", SAR_OK, DEV_ABSENT_STATE},
+      {"3#B22", SAR_FAIL, "VorelPKICryptoFindDevice fail, error : -7", SAR_OK, DEV_ABSENT_STATE},
+      {"4#?", SAR_DEVICE_REMOVED, nullptr, SAR_OK, DEV_ABSENT_STATE},
+      {"0#A", SAR_INVALIDPARAMERR, "[ERROR] [is_valid_name] error type", SAR_INVALIDPARAMERR, DEV_UNKNOW_STATE},
+      {"3-A", SAR_INVALIDPARAMERR, "device name format error", SAR_INVALIDPARAMERR, DEV_UNKNOW_STATE},
   };
   for (const auto& c : cases) {
     std::string name = c.name;
     DEVHANDLE h = reinterpret_cast<DEVHANDLE>(0x1);
+    ULONG state = 77;
     auto log = log_file();
     EXPECT_EQ(SKF_ConnectDev(&name[0], &h), c.rc) << c.name;
-    EXPECT_EQ(h, reinterpret_cast<DEVHANDLE>(0x1)) << c.name;
-    EXPECT_NE(log.since().find(c.logged), std::string::npos) << c.name;
-  }
-}
-
-TEST_F(Devices, DeviceState) {
-  make_token(3, "A11");
-  const struct {
-    const char* name;
-    ULONG rc, state;
-  } cases[] = {
-      {"3#A11", SAR_OK, DEV_PRESENT_STATE},
-      {"3#?", SAR_OK, DEV_PRESENT_STATE},
-      {"3#B22", SAR_OK, DEV_ABSENT_STATE},
-      {"4#?", SAR_OK, DEV_ABSENT_STATE},
-      {"x#A11", SAR_INVALIDPARAMERR, DEV_UNKNOW_STATE},
-  };
-  for (const auto& c : cases) {
-    std::string name = c.name;
-    ULONG state = 77;
-    EXPECT_EQ(SKF_GetDevState(&name[0], &state), c.rc) << c.name;
+    if (c.rc == SAR_OK) connected_.push_back(h);
+    EXPECT_EQ(h != reinterpret_cast<DEVHANDLE>(0x1), c.rc == SAR_OK) << c.name;
+    if (c.logged) {
+      EXPECT_NE(log.since().find(c.logged), std::string::npos) << c.name;
+    }
+    EXPECT_EQ(SKF_GetDevState(&name[0], &state), c.stateRc) << c.name;
     EXPECT_EQ(state, c.state) << c.name;
   }
 }
@@ -164,17 +154,15 @@ TEST_F(Devices, DeviceState) {
 TEST_F(Devices, LabelIsCachedOnTheHandleOnly) {
   make_token(3, "A11", "own label");
   DEVHANDLE h = connect("3#A11");
-  char label[] = "changed";
-  ASSERT_EQ(SKF_SetLabel(h, label), kOk);
+  std::string label(32, 'L');
+  EXPECT_EQ(SKF_SetLabel(h, &label[0]), static_cast<ULONG>(SAR_NAMELENERR));
+  label.pop_back();
+  ASSERT_EQ(SKF_SetLabel(h, &label[0]), kOk);
   DEVINFO info;
   ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
-  EXPECT_STREQ(info.Label, "changed");
+  EXPECT_EQ(std::string(info.Label, label.size()), label);
   ASSERT_EQ(SKF_GetDevInfo(connect("3#A11"), &info), kOk);
   EXPECT_STREQ(info.Label, "own label");
-  std::string tooLong(32, 'L');
-  EXPECT_EQ(SKF_SetLabel(h, &tooLong[0]), static_cast<ULONG>(SAR_NAMELENERR));
-  tooLong.pop_back();
-  EXPECT_EQ(SKF_SetLabel(h, &tooLong[0]), kOk);
   // A shorter label leaves nothing of the longer one behind it.
   char shorter[] = "x";
   ASSERT_EQ(SKF_SetLabel(h, shorter), kOk);
