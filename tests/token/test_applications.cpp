@@ -95,9 +95,11 @@ TEST_F(Applications, KeyPairsBecomeContainersInTheirOrder) {
 
 TEST_F(Applications, TheOneApplicationAndItsContainerHandles) {
   HAPPLICATION app = open({{"s1", S, "S1", nullptr}, {"r1", S, "S2", nullptr}, {"r2", E, "E2", nullptr}});
-  char list[8];
+  char list[16];
+  ULONG size = 5;
+  EXPECT_EQ(SKF_EnumApplication(dev_, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
   std::memset(list, '#', sizeof list);
-  ULONG size = 6;
+  size = 6;
   ASSERT_EQ(SKF_EnumApplication(dev_, list, &size), kOk);
   EXPECT_EQ(size, 6u);
   EXPECT_EQ(std::string(list, 7), std::string("VOREL\0#", 7));  // one zero byte, no list terminator
@@ -109,6 +111,8 @@ TEST_F(Applications, TheOneApplicationAndItsContainerHandles) {
 
   ASSERT_EQ(SKF_EnumContainer(app, nullptr, &size), kOk);
   EXPECT_EQ(size, 10u);  // "S1\0S2#E2\0\0"
+  size = 9;
+  EXPECT_EQ(SKF_EnumContainer(app, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
   char partial[] = "S2";
   HCONTAINER none = nullptr;
   auto log = log_file();
@@ -201,6 +205,10 @@ TEST_F(Applications, CertificatesLandOnlyOnTheirOwnKeyPair) {
   EXPECT_EQ(exported(two, TRUE), s1);  // read from the key pair, whichever handle imported it
   EXPECT_EQ(exported(two, FALSE), s2);
 
+  ULONG len = static_cast<ULONG>(s1.size()) - 1;
+  std::string out(s1.size(), '\0');
+  EXPECT_EQ(SKF_ExportCertificate(one, TRUE, reinterpret_cast<BYTE*>(&out[0]), &len),
+            static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
   std::string garbage = "not a certificate";
   EXPECT_EQ(import(one, TRUE, garbage), static_cast<ULONG>(SAR_FAIL));
   EXPECT_EQ(exported(one, TRUE), s1);
