@@ -80,10 +80,6 @@ class Files : public DeviceTest, protected FileCalls {
     EXPECT_EQ(VorelPKICryptoReadData(token(), id, data.data(), len, &len), VOREL_OK);
     return data;
   }
-  void login_token() {
-    unsigned retries = 0;
-    ASSERT_EQ(VorelPKICryptoVerifyPwd(token(), VOREL_PWD_USER, kUserPin, &retries), VOREL_OK);
-  }
   DEVHANDLE dev_ = nullptr;
   VOREL_DEVICE* token_ = nullptr;
 };
@@ -241,7 +237,8 @@ TEST_F(Files, EightSlotsWhoseRecordsAndContentsAreTidiedAtTheNextCall) {
   EXPECT_FALSE(object(4352 + 5));
 
   // Contents deleted behind our back: their record goes at the next call.
-  login_token();
+  unsigned retries = 0;
+  ASSERT_EQ(VorelPKICryptoVerifyPwd(token(), VOREL_PWD_USER, kUserPin, &retries), VOREL_OK);
   ASSERT_EQ(VorelPKICryptoDeleteData(token(), 4352 + 3), VOREL_OK);
   EXPECT_EQ(names(), (Names{"f0", "f1", "f2", "f4", "f6", "f7"}));
   EXPECT_NE(log.since().find("VorelPKICryptoGetDataLength fail, error : -7"), std::string::npos);
@@ -347,22 +344,8 @@ TEST_F(VendorFiles, TheMasterFileAndContentsAreTheVendorsFiles) {
   EXPECT_FALSE(vendor_->file("4352"));
 }
 
-// Other processes on the same token.
-class FileProcesses : public Files {
- protected:
-  std::string child() { return testsupport::module_path(FILE_CHILD); }
-  // The files as another process finds them: each listed one answers its recorded size and
-  // reads whole.
-  void expect_consistent(int trial) {
-    for (const std::string& name : names()) {
-      FILEATTRIBUTE i;
-      ASSERT_EQ(info(name, &i), kOk) << "trial " << trial << ": " << name;
-      ASSERT_EQ(read(name, 0, i.FileSize), kOk) << "trial " << trial << ": " << name;
-    }
-  }
-};
-
-TEST_F(FileProcesses, ProcessesKilledAtAnyInstantLeaveEveryRecordWholeAndNoSlotBlocked) {
+// Other processes on the same token, killed at any instant.
+TEST_F(Files, ProcessesKilledAtAnyInstantLeaveEveryRecordWholeAndNoSlotBlocked) {
   ASSERT_EQ(verify(USER_TYPE), kOk);  // dropping a record a killed delete left writes the master file
   // The master file exists before the first child, however early that one is killed (a slow,
   // instrumented child may not have made it yet).
@@ -374,7 +357,8 @@ TEST_F(FileProcesses, ProcessesKilledAtAnyInstantLeaveEveryRecordWholeAndNoSlotB
   std::mt19937 rng(20261123);
   for (int trial = 0; trial < 200; ++trial) {
     std::string ready = dir + "ready" + std::to_string(trial);
-    testsupport::Child churn(child(), {"churn", "F1", kUserPin, std::to_string(rng()), ready});
+    testsupport::Child churn(testsupport::module_path(FILE_CHILD),
+                             {"churn", "F1", kUserPin, std::to_string(rng()), ready});
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!testsupport::file_exists(ready) && churn.running() && std::chrono::steady_clock::now() < deadline)
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -382,7 +366,12 @@ TEST_F(FileProcesses, ProcessesKilledAtAnyInstantLeaveEveryRecordWholeAndNoSlotB
     ASSERT_TRUE(churn.running()) << "trial " << trial << ": the child ended with " << churn.wait();
     churn.kill();
     churn.wait();
-    expect_consistent(trial);
+    // The files as this process finds them: each listed one answers its recorded size and reads whole.
+    for (const std::string& name : names()) {
+      FILEATTRIBUTE i;
+      ASSERT_EQ(info(name, &i), kOk) << "trial " << trial << ": " << name;
+      ASSERT_EQ(read(name, 0, i.FileSize), kOk) << "trial " << trial << ": " << name;
+    }
   }
   // Every slot can still be had, whatever the killed creates left behind.
   for (const std::string& name : names()) ASSERT_EQ(remove(name), kOk) << name;
