@@ -93,8 +93,10 @@ TEST_F(Applications, KeyPairsBecomeContainersInTheirOrder) {
   }
 }
 
-TEST_F(Applications, TheOneApplicationAndItsContainerHandles) {
-  HAPPLICATION app = open({{"s1", S, "S1", nullptr}, {"r1", S, "S2", nullptr}, {"r2", E, "E2", nullptr}});
+// The one application, its containers, and certificates that land only on their own key pair,
+// whichever handle of the container brought them.
+TEST_F(Applications, TheOneApplicationItsContainersAndTheirCertificates) {
+  HAPPLICATION app = open({{"s1", S, "S", nullptr}, {"s2", E, "E", nullptr}, {"s6", S, "ONLY", nullptr}});
   char list[16];
   ULONG size = 5;
   EXPECT_EQ(SKF_EnumApplication(dev_, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
@@ -110,21 +112,45 @@ TEST_F(Applications, TheOneApplicationAndItsContainerHandles) {
   }
 
   ASSERT_EQ(SKF_EnumContainer(app, nullptr, &size), kOk);
-  EXPECT_EQ(size, 10u);  // "S1\0S2#E2\0\0"
+  EXPECT_EQ(size, 10u);  // "S#E\0ONLY\0\0"
   size = 9;
   EXPECT_EQ(SKF_EnumContainer(app, list, &size), static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
-  char partial[] = "S2";
+  char partial[] = "S";
   HCONTAINER none = nullptr;
   auto log = log_file();
   EXPECT_EQ(SKF_OpenContainer(app, partial, &none), static_cast<ULONG>(SAR_INVALIDPARAMERR));
   EXPECT_NE(log.since().find("[ERROR] [SKF_OpenContainer] not find container"), std::string::npos);
 
-  // Two handles of one container are independent.
-  ULONG type = 0;
-  HCONTAINER sm2 = open_container(app, "S1"), again = open_container(app, "S1");
-  EXPECT_NE(again, sm2);
-  ASSERT_EQ(SKF_CloseContainer(sm2), kOk);
-  EXPECT_EQ(SKF_GetContainerType(again, &type), kOk);
+  std::string s1 = device_data("s1.crt"), s2 = device_data("s2.crt");
+  HCONTAINER one = open_container(app, "S#E"), two = open_container(app, "S#E");
+  EXPECT_NE(one, two);
+  HCONTAINER only = open_container(app, "ONLY");
+  char pin[] = "12345678";
+  ULONG retries = 0, rc = 0;
+  ASSERT_EQ(SKF_VerifyPIN(app, USER_TYPE, pin, &retries), kOk);  // the token keeps certificates after login
+
+  auto import = [](HCONTAINER c, BOOL sign, std::string& der) {
+    return SKF_ImportCertificate(c, sign, reinterpret_cast<BYTE*>(&der[0]), static_cast<ULONG>(der.size()));
+  };
+  EXPECT_EQ(import(one, TRUE, s2), static_cast<ULONG>(SAR_FAIL));  // the encryption pair's certificate
+  exported(two, TRUE, &rc);
+  EXPECT_EQ(rc, static_cast<ULONG>(SAR_CERTNOTFOUNTERR));
+  EXPECT_EQ(import(only, FALSE, s1), static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
+
+  ASSERT_EQ(import(one, TRUE, s1), kOk);
+  ASSERT_EQ(import(one, FALSE, s2), kOk);
+  EXPECT_EQ(exported(two, TRUE), s1);  // read from the key pair, whichever handle imported it
+  EXPECT_EQ(exported(two, FALSE), s2);
+
+  ULONG len = static_cast<ULONG>(s1.size()) - 1;
+  std::string out(s1.size(), '\0');
+  EXPECT_EQ(SKF_ExportCertificate(one, TRUE, reinterpret_cast<BYTE*>(&out[0]), &len),
+            static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
+  std::string garbage = "not a certificate";
+  EXPECT_EQ(import(one, TRUE, garbage), static_cast<ULONG>(SAR_FAIL));
+  EXPECT_EQ(exported(one, TRUE), s1);
+  ASSERT_EQ(SKF_CloseContainer(one), kOk);
+  EXPECT_EQ(exported(two, TRUE), s1);  // the other handle lives on
 }
 
 TEST_F(Applications, PinsAndTheSecureState) {
@@ -181,37 +207,6 @@ TEST_F(Applications, PinsAndTheSecureState) {
   EXPECT_EQ(left, 5u);
   EXPECT_EQ(isDefault, FALSE);
   EXPECT_EQ(SKF_GetPINInfo(app, 7, &max, &left, &isDefault), static_cast<ULONG>(SAR_USER_TYPE_INVALID));
-}
-
-TEST_F(Applications, CertificatesLandOnlyOnTheirOwnKeyPair) {
-  HAPPLICATION app = open({{"s1", S, "S", nullptr}, {"s2", E, "S", nullptr}, {"s6", S, "ONLY", nullptr}});
-  std::string s1 = device_data("s1.crt"), s2 = device_data("s2.crt");
-  HCONTAINER one = open_container(app, "S"), two = open_container(app, "S");
-  HCONTAINER only = open_container(app, "ONLY");
-  char pin[] = "12345678";
-  ULONG retries = 0, rc = 0;
-  ASSERT_EQ(SKF_VerifyPIN(app, USER_TYPE, pin, &retries), kOk);  // the token keeps certificates after login
-
-  auto import = [](HCONTAINER c, BOOL sign, std::string& der) {
-    return SKF_ImportCertificate(c, sign, reinterpret_cast<BYTE*>(&der[0]), static_cast<ULONG>(der.size()));
-  };
-  EXPECT_EQ(import(one, TRUE, s2), static_cast<ULONG>(SAR_FAIL));  // the encryption pair's certificate
-  exported(two, TRUE, &rc);
-  EXPECT_EQ(rc, static_cast<ULONG>(SAR_CERTNOTFOUNTERR));
-  EXPECT_EQ(import(only, FALSE, s1), static_cast<ULONG>(SAR_KEYNOTFOUNTERR));
-
-  ASSERT_EQ(import(one, TRUE, s1), kOk);
-  ASSERT_EQ(import(one, FALSE, s2), kOk);
-  EXPECT_EQ(exported(two, TRUE), s1);  // read from the key pair, whichever handle imported it
-  EXPECT_EQ(exported(two, FALSE), s2);
-
-  ULONG len = static_cast<ULONG>(s1.size()) - 1;
-  std::string out(s1.size(), '\0');
-  EXPECT_EQ(SKF_ExportCertificate(one, TRUE, reinterpret_cast<BYTE*>(&out[0]), &len),
-            static_cast<ULONG>(SAR_BUFFER_TOO_SMALL));
-  std::string garbage = "not a certificate";
-  EXPECT_EQ(import(one, TRUE, garbage), static_cast<ULONG>(SAR_FAIL));
-  EXPECT_EQ(exported(one, TRUE), s1);
 }
 
 // Every handle lives until it is closed itself: an application keeps its PIN state, and keys
