@@ -96,13 +96,16 @@ TEST_F(Devices, NameListsThatWouldOverflowStopAtTheLastWholeName) {
   EXPECT_EQ(size, 315u * 13 + 1);  // "1000000000#?\0" is 13 bytes; 4096 bytes hold 315 and the final zero
 }
 
-TEST_F(Devices, ConnectFindsTheNamedOrFirstTokenAndCachesItsInformation) {
+// Connecting finds the named or the first token and caches its information; a label set is
+// cached on that handle only.
+TEST_F(Devices, ConnectFindsTheNamedOrFirstTokenAndCachesItsInformationAndLabel) {
   make_token(3, "B22", "second");
   make_token(3, "A11", "first");
   DEVINFO info;
   ASSERT_EQ(SKF_GetDevInfo(connect("3#?"), &info), kOk);
   EXPECT_STREQ(info.SerialNumber, "A11");
-  ASSERT_EQ(SKF_GetDevInfo(connect("3#B22"), &info), kOk);
+  DEVHANDLE h = connect("3#B22");
+  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
   EXPECT_STREQ(info.SerialNumber, "B22");
   EXPECT_STREQ(info.Label, "second");
   EXPECT_EQ(info.Version.major, 1);
@@ -114,6 +117,20 @@ TEST_F(Devices, ConnectFindsTheNamedOrFirstTokenAndCachesItsInformation) {
   EXPECT_EQ(ULONG{info.AlgAsymCap}, static_cast<ULONG>(SGD_RSA | SGD_SM2_1 | SGD_SM2_3));
   EXPECT_EQ(ULONG{info.AlgHashCap}, 7u);
   EXPECT_EQ(ULONG{info.DevAuthAlgId}, 0u);
+
+  std::string label(32, 'L');
+  EXPECT_EQ(SKF_SetLabel(h, &label[0]), static_cast<ULONG>(SAR_NAMELENERR));
+  label.pop_back();
+  ASSERT_EQ(SKF_SetLabel(h, &label[0]), kOk);
+  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
+  EXPECT_EQ(std::string(info.Label, label.size()), label);
+  ASSERT_EQ(SKF_GetDevInfo(connect("3#B22"), &info), kOk);
+  EXPECT_STREQ(info.Label, "second");
+  // A shorter label leaves nothing of the longer one behind it.
+  char shorter[] = "x";
+  ASSERT_EQ(SKF_SetLabel(h, shorter), kOk);
+  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
+  EXPECT_EQ(std::string(info.Label, sizeof info.Label), std::string("x") + std::string(31, '\0'));
 }
 
 // A name connects only to a token that is there, and its state says so; a failed connection
@@ -149,25 +166,6 @@ TEST_F(Devices, ConnectionAndStateOfEachKindOfName) {
     EXPECT_EQ(SKF_GetDevState(&name[0], &state), c.stateRc) << c.name;
     EXPECT_EQ(state, c.state) << c.name;
   }
-}
-
-TEST_F(Devices, LabelIsCachedOnTheHandleOnly) {
-  make_token(3, "A11", "own label");
-  DEVHANDLE h = connect("3#A11");
-  std::string label(32, 'L');
-  EXPECT_EQ(SKF_SetLabel(h, &label[0]), static_cast<ULONG>(SAR_NAMELENERR));
-  label.pop_back();
-  ASSERT_EQ(SKF_SetLabel(h, &label[0]), kOk);
-  DEVINFO info;
-  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
-  EXPECT_EQ(std::string(info.Label, label.size()), label);
-  ASSERT_EQ(SKF_GetDevInfo(connect("3#A11"), &info), kOk);
-  EXPECT_STREQ(info.Label, "own label");
-  // A shorter label leaves nothing of the longer one behind it.
-  char shorter[] = "x";
-  ASSERT_EQ(SKF_SetLabel(h, shorter), kOk);
-  ASSERT_EQ(SKF_GetDevInfo(h, &info), kOk);
-  EXPECT_EQ(std::string(info.Label, sizeof info.Label), std::string("x") + std::string(31, '\0'));
 }
 
 TEST_F(Devices, TheLockIsRecursiveForItsThreadAndExcludesOthers) {
