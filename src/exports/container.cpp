@@ -18,22 +18,31 @@ ULONG open_vendor_container(const VendorCall& v, Open SkfDll::*open, const std::
   return open_wrapped(v, open, &SkfDll::SKF_CloseContainer, record, out, Whole(), app->vendorApplication, name);
 }
 
-}  // namespace
-
-extern "C" {
-
-ULONG DEVAPI SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContainerName, HCONTAINER* phContainer) {
-  return run_export("SKF_CreateContainer", [&](ExportCall& call) -> ULONG {
+// SKF_CreateContainer and SKF_OpenContainer: the vendor makes or opens the container; the
+// emulation only opens (its containers come from the token's key pairs).
+template <class Open>
+ULONG container_export(const char* exportName, Open SkfDll::*vendorFunction, bool emulated, HAPPLICATION hApplication,
+                       LPSTR szContainerName, HCONTAINER* phContainer) {
+  return run_export(exportName, [&](ExportCall& call) -> ULONG {
     VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) &&
                              call.string("szContainerName", szContainerName) &&
                              call.pointer("phContainer", phContainer));
     auto app = find_record<ApplicationRecord>(hApplication);
     if (!app) return call.invalid_handle("hApplication");
     if (auto dll = vendor_module(app->type))
-      return call.finish(
-          open_vendor_container(call.vendor(*dll), &SkfDll::SKF_CreateContainer, app, szContainerName, phContainer));
-    return call.not_emulated();  // containers come from the token's key pairs
+      return call.finish(open_vendor_container(call.vendor(*dll), vendorFunction, app, szContainerName, phContainer));
+    if (!emulated) return call.not_emulated();
+    return call.finish(open_container(call.ctx(), app, szContainerName, phContainer));
   });
+}
+
+}  // namespace
+
+extern "C" {
+
+ULONG DEVAPI SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContainerName, HCONTAINER* phContainer) {
+  return container_export("SKF_CreateContainer", &SkfDll::SKF_CreateContainer, false, hApplication, szContainerName,
+                          phContainer);
 }
 
 ULONG DEVAPI SKF_DeleteContainer(HAPPLICATION hApplication, LPSTR szContainerName) {
@@ -48,17 +57,8 @@ ULONG DEVAPI SKF_DeleteContainer(HAPPLICATION hApplication, LPSTR szContainerNam
 }
 
 ULONG DEVAPI SKF_OpenContainer(HAPPLICATION hApplication, LPSTR szContainerName, HCONTAINER* phContainer) {
-  return run_export("SKF_OpenContainer", [&](ExportCall& call) -> ULONG {
-    VOREL_VALIDATE(call, call.pointer("hApplication", hApplication) &&
-                             call.string("szContainerName", szContainerName) &&
-                             call.pointer("phContainer", phContainer));
-    auto app = find_record<ApplicationRecord>(hApplication);
-    if (!app) return call.invalid_handle("hApplication");
-    if (auto dll = vendor_module(app->type))
-      return call.finish(
-          open_vendor_container(call.vendor(*dll), &SkfDll::SKF_OpenContainer, app, szContainerName, phContainer));
-    return call.finish(open_container(call.ctx(), app, szContainerName, phContainer));
-  });
+  return container_export("SKF_OpenContainer", &SkfDll::SKF_OpenContainer, true, hApplication, szContainerName,
+                          phContainer);
 }
 
 ULONG DEVAPI SKF_CloseContainer(HCONTAINER hContainer) {
