@@ -10,9 +10,9 @@
 #include <thread>
 
 #include "crypto/token.h"
-#include "crypto_support.h"
 #include "platform/platform.h"
 #include "support.h"
+#include "token_suite.h"
 
 #ifndef _WIN32
 #include <sys/stat.h>
@@ -22,28 +22,16 @@ namespace {
 
 using namespace crypto_test;
 
-const char kUser[] = "user-1234";
-const char kSo[] = "so-98765";
-const unsigned kIterations = 1000;  // the default is slow on purpose; these tests need no brute-force margin
 const unsigned char kMasterAccess[4] = {0x04, 0x03, 0x07, 0x03};
 
-class Tokens : public ::testing::Test {
+class Tokens : public TokenSuite {
  protected:
+  Tokens() : TokenSuite("tokens") {}
   void SetUp() override { ASSERT_EQ(create(5, "T1", "Test token", token_), VOREL_OK); }
 
-  int create(int type, const char* serial, const char* label, Dev& d) {
-    return VorelPKICryptoCreateToken(type, serial, label, kSo, kUser, kIterations, vorel::out(d));
-  }
   std::string path_of(int type, const char* serial) { return dir_ + vorel::token::file_name(type, serial); }
   int login(int type = VOREL_PWD_USER, const char* pin = nullptr, VOREL_DEVICE* d = nullptr) {
-    unsigned retries = 0;
-    return VorelPKICryptoVerifyPwd(d ? d : token_.get(), type, pin ? pin : (type == VOREL_PWD_USER ? kUser : kSo),
-                                   &retries);
-  }
-  unsigned tries(int type = VOREL_PWD_USER) {
-    unsigned n = 99;
-    EXPECT_EQ(VorelPKICryptoGetPwdRetryNum(token_.get(), type, &n), VOREL_OK);
-    return n;
+    return verify_pin(type, pin ? pin : (type == VOREL_PWD_USER ? kUser : kSo), d);
   }
   std::vector<std::string> serials(int type) {
     DevList list(VorelPKICryptoGetAllDevices(type, VOREL_ENUM_TOKENS));
@@ -65,10 +53,6 @@ class Tokens : public ::testing::Test {
   int generate(int alg, int bits, int type, Pair& kp, VOREL_DEVICE* d = nullptr) {
     return VorelPKICryptoGenerateKeypair(d ? d : token_.get(), alg, bits, 0, type, vorel::out(kp));
   }
-
-  testsupport::TokenFolder folder_{"tokens"};
-  const std::string& dir_ = folder_.dir;
-  Dev token_;
 };
 
 // The file a writer of the token folder can make: the documented layout, and its SHA-256

@@ -8,9 +8,9 @@
 #include <string>
 #include <thread>
 
-#include "crypto_support.h"
 #include "platform/platform.h"
 #include "support.h"
+#include "token_suite.h"
 
 #ifndef _WIN32
 #include <sys/stat.h>
@@ -21,21 +21,17 @@ namespace {
 
 using namespace crypto_test;
 
-const char kUser[] = "user-1234";
-const char kSo[] = "so-98765";
 const std::size_t kObjectSize = 4096;
 
-class TokenProcesses : public ::testing::Test {
+class TokenProcesses : public TokenSuite {
  protected:
+  TokenProcesses() : TokenSuite("shared-token") {}
   void SetUp() override {
-    ASSERT_EQ(make("P1", "shared", 1000, token_), VOREL_OK);
-    ASSERT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_OK);
+    ASSERT_EQ(create(5, "P1", "shared", token_), VOREL_OK);
+    ASSERT_EQ(verify_pin(VOREL_PWD_USER, kUser), VOREL_OK);
     const unsigned char access[4] = {0x04, 0x03, 0x07, 0x03};
     for (unsigned id : {1u, 2u}) ASSERT_EQ(VorelPKICryptoCreateData(token_.get(), id, access, kObjectSize), VOREL_OK);
     ASSERT_EQ(VorelPKICryptoClearPwdCache(token_.get()), VOREL_OK);
-  }
-  int make(const char* serial, const char* label, unsigned iterations, Dev& d) {
-    return VorelPKICryptoCreateToken(5, serial, label, kSo, kUser, iterations, vorel::out(d));
   }
 
   // What the other process answers to a PIN (see token_child).
@@ -43,15 +39,6 @@ class TokenProcesses : public ::testing::Test {
     return testsupport::run_process(child(), {"verify", "5", "P1", std::to_string(type), pin});
   }
   std::string child() { return testsupport::module_path(TOKEN_CHILD); }
-  int verify(int type, const char* pin, VOREL_DEVICE* d = nullptr) {
-    unsigned retries = 0;
-    return VorelPKICryptoVerifyPwd(d ? d : token_.get(), type, pin, &retries);
-  }
-  unsigned tries(int type, VOREL_DEVICE* d = nullptr) {
-    unsigned n = 99;
-    EXPECT_EQ(VorelPKICryptoGetPwdRetryNum(d ? d : token_.get(), type, &n), VOREL_OK);
-    return n;
-  }
 
   // Processes that each check a user PIN some times, all starting at the same moment; what each
   // check answered (result, tries left), by PIN.
@@ -94,23 +81,19 @@ class TokenProcesses : public ::testing::Test {
       if (buf[i] != buf[i % 8]) return -1;
     return static_cast<long long>(g);
   }
-
-  testsupport::TokenFolder folder_{"shared-token"};
-  const std::string& dir_ = folder_.dir;
-  Dev token_;
 };
 
 TEST_F(TokenProcesses, PinTriesAreCountedAcrossProcesses) {
   EXPECT_EQ(child_verify(VOREL_PWD_USER, "wrong-pin"), 10 + 5);
   EXPECT_EQ(tries(VOREL_PWD_USER), 5u);
-  EXPECT_EQ(verify(VOREL_PWD_USER, "wrong-pin"), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(verify_pin(VOREL_PWD_USER, "wrong-pin"), VOREL_ERR_PIN_INCORRECT);
   EXPECT_EQ(child_verify(VOREL_PWD_USER, "wrong-pin"), 10 + 3);
   EXPECT_EQ(child_verify(VOREL_PWD_USER, kUser), 0);
   EXPECT_EQ(tries(VOREL_PWD_USER), 6u);
   EXPECT_EQ(child_verify(VOREL_PWD_USER, "123"), 3);  // length out of range spends nothing
   for (int left = 5; left >= 0; --left) EXPECT_EQ(child_verify(VOREL_PWD_USER, "wrong-pin"), 10 + left);
   EXPECT_EQ(child_verify(VOREL_PWD_USER, kUser), 10 + 0);
-  EXPECT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_ERR_PIN_INCORRECT);
+  EXPECT_EQ(verify_pin(VOREL_PWD_USER, kUser), VOREL_ERR_PIN_INCORRECT);
   unsigned retries = 0;
   ASSERT_EQ(VorelPKICryptoUnlockPwd(token_.get(), VOREL_PWD_USER, kSo, "unblocked", &retries), VOREL_OK);
   EXPECT_EQ(child_verify(VOREL_PWD_USER, "unblocked"), 0);
@@ -120,7 +103,7 @@ TEST_F(TokenProcesses, PinTriesAreCountedAcrossProcesses) {
 
 TEST_F(TokenProcesses, PinChecksOfManyProcessesAtOnceAreServedOneAtATime) {
   Dev slow;  // a derivation long enough for every process to be in the middle of a check at once
-  ASSERT_EQ(make("P2", "slow", 20000, slow), VOREL_OK);
+  ASSERT_EQ(create(5, "P2", "slow", slow, 20000), VOREL_OK);
   auto right = check_at_once("P2", {{kUser, 8, 4}})[kUser];
   ASSERT_EQ(right.size(), 32u);
   EXPECT_EQ(std::count(right.begin(), right.end(), std::make_pair(VOREL_OK, 0u)), 32);
@@ -145,7 +128,7 @@ TEST_F(TokenProcesses, PinChecksOfManyProcessesAtOnceAreServedOneAtATime) {
 
 TEST_F(TokenProcesses, ACheckKilledMidwayKeepsItsTrySpentAndHoldsUpNoOne) {
   Dev slow;
-  ASSERT_EQ(make("P3", "slow", 1000000, slow), VOREL_OK);
+  ASSERT_EQ(create(5, "P3", "slow", slow, 1000000), VOREL_OK);
   testsupport::Child checker(child(), {"verify", "5", "P3", "1", kUser});
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (tries(VOREL_PWD_USER, slow.get()) == 6 && std::chrono::steady_clock::now() < deadline)
@@ -153,7 +136,7 @@ TEST_F(TokenProcesses, ACheckKilledMidwayKeepsItsTrySpentAndHoldsUpNoOne) {
   checker.kill();
   checker.wait();
   EXPECT_EQ(tries(VOREL_PWD_USER, slow.get()), 5u);
-  EXPECT_EQ(verify(VOREL_PWD_USER, kUser, slow.get()), VOREL_OK);
+  EXPECT_EQ(verify_pin(VOREL_PWD_USER, kUser, slow.get()), VOREL_OK);
   EXPECT_EQ(tries(VOREL_PWD_USER, slow.get()), 6u);
 }
 
@@ -176,7 +159,7 @@ TEST_F(TokenProcesses, ATokenInAReadOnlyFolderWithoutItsLockFileIsListedAndRead)
 }
 
 TEST_F(TokenProcesses, AKeyImportedInOneProcessSignsInAnother) {
-  ASSERT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_OK);
+  ASSERT_EQ(verify_pin(VOREL_PWD_USER, kUser), VOREL_OK);
   Bytes der = data("sm2.key.der"), spki = data("sm2.pub.der");
   Pair kp;
   ASSERT_EQ(VorelPKICryptoImportKeypair(token_.get(), der.data(), der.size(), VOREL_KEYPAIR_SIGN, vorel::out(kp)),
@@ -188,7 +171,7 @@ TEST_F(TokenProcesses, AKeyImportedInOneProcessSignsInAnother) {
   Pub pub;
   ASSERT_EQ(VorelPKICryptoGetPseudoDevice(vorel::out(pseudo)), VOREL_OK);
   ASSERT_EQ(VorelPKICryptoImportPublicKey(pseudo.get(), spki.data(), spki.size(), vorel::out(pub)), VOREL_OK);
-  EXPECT_EQ(crypto_test::verify(pub.get(), VOREL_MECH_SM2_SM3_SIGN, text("hello"), unhex(sigHex)), VOREL_OK);
+  EXPECT_EQ(verify(pub.get(), VOREL_MECH_SM2_SM3_SIGN, text("hello"), unhex(sigHex)), VOREL_OK);
 }
 
 TEST_F(TokenProcesses, AWriterKilledAtAnyInstantLeavesEveryObjectOldOrNew) {
@@ -229,7 +212,7 @@ TEST_F(TokenProcesses, AWriterKilledAtAnyInstantLeavesEveryObjectOldOrNew) {
   std::printf("%d kills, %d between the two writes, last generation %lld\n", kTrials, between, last);
   // Each writer sweeps away what the killed ones left: they never pile up, and none outlives a write.
   EXPECT_LE(leftovers, 1u);
-  ASSERT_EQ(verify(VOREL_PWD_USER, kUser), VOREL_OK);
+  ASSERT_EQ(verify_pin(VOREL_PWD_USER, kUser), VOREL_OK);
   EXPECT_EQ(files(), (std::vector<std::string>{"5-P1.lock", "5-P1.pinlock", "5-P1.token"}));
 }
 
