@@ -173,53 +173,6 @@ TEST_F(Cross, RsaOperationsCrossBothWays) {
   }
 }
 
-TEST_F(Cross, BlockCiphersAgreeWithAndWithoutPadding) {
-  struct Case {
-    int alg;
-    other::BlockCipher cipher;
-    bool cbc;
-    std::size_t keyLen, block;
-  } cases[] = {
-      {VOREL_CIPHER_SM4_ECB, other::BlockCipher::Sm4, false, 16, 16},
-      {VOREL_CIPHER_SM4_CBC, other::BlockCipher::Sm4, true, 16, 16},
-      {VOREL_CIPHER_AES128_ECB, other::BlockCipher::Aes128, false, 16, 16},
-      {VOREL_CIPHER_AES128_CBC, other::BlockCipher::Aes128, true, 16, 16},
-      {VOREL_CIPHER_DES_ECB, other::BlockCipher::Des, false, 8, 8},
-      {VOREL_CIPHER_DES_CBC, other::BlockCipher::Des, true, 8, 8},
-      {VOREL_CIPHER_3DES_ECB, other::BlockCipher::Des3, false, 24, 8},
-      {VOREL_CIPHER_3DES_CBC, other::BlockCipher::Des3, true, 24, 8},
-      {VOREL_CIPHER_3DES_CBC, other::BlockCipher::Des3, true, 16, 8},  // two-key: K1 K2 K1
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::to_string(c.alg) + "/" + std::to_string(c.keyLen));
-    for (int padding : {VOREL_PADDING_NONE, VOREL_PADDING_PKCS7}) {
-      Bytes key = random_bytes(c.keyLen), iv = random_bytes(16);
-      Bytes m = random_bytes(padding == VOREL_PADDING_NONE ? c.block * 5 : c.block * 3 + 5);
-      Cipher mine(VorelPKICryptoNewCipher(device_, 1, c.alg, key.data(), key.size(), iv.data()));
-      ASSERT_NE(mine, nullptr);
-      ASSERT_EQ(VorelPKICryptoCipherSetPadding(mine.get(), padding), VOREL_OK);
-      Out a, b;
-      ASSERT_EQ(VorelPKICryptoCipherUpdate(mine.get(), m.data(), m.size(), &a.p, &a.n), VOREL_OK);
-      ASSERT_EQ(VorelPKICryptoCipherFinal(mine.get(), &b.p, &b.n), VOREL_OK);
-      Bytes ours = a.bytes();
-      ours.insert(ours.end(), b.p, b.p + b.n);
-
-      Bytes padded = m;
-      if (padding == VOREL_PADDING_PKCS7)
-        padded.insert(padded.end(), c.block - m.size() % c.block,
-                      static_cast<unsigned char>(c.block - m.size() % c.block));
-      Bytes fullKey = key;
-      if (c.keyLen == 16 && c.block == 8) fullKey.insert(fullKey.end(), key.begin(), key.begin() + 8);
-      void* ctx = other::cipher_new(c.cipher, c.cbc, true, fullKey.data(), iv.data());
-      ASSERT_NE(ctx, nullptr);
-      Bytes theirs(padded.size());
-      ASSERT_TRUE(other::cipher_blocks(ctx, padded.data(), padded.size(), theirs.data()));
-      other::cipher_free(ctx);
-      EXPECT_EQ(ours, theirs);
-    }
-  }
-}
-
 TEST(CrossProtection, TheOtherImplementationMatchesTheSameVectors) {
   ASSERT_TRUE(other::init());
   check_protection_vectors(other::pbkdf2_sha256, other::gcm_seal, other::gcm_open);
