@@ -48,9 +48,9 @@ cmake --build build/linux-tsan -j"$jobs" --target hardening_tests
 ctest --test-dir build/linux-tsan --output-on-failure -R hardening_tests
 
 stage "Linux (OpenSSL) under AddressSanitizer and UndefinedBehaviorSanitizer, leaks checked"
-# Every Linux suite and the processes they start (about 4 minutes to build and 2.5 to run on
-# 2 cores; crypto_tests takes most of the run). Any finding fails the run: undefined behaviour
-# is built not to recover and ASan halts on its first error. Leak suppressions: scripts/lsan.supp.
+# Every Linux suite and the processes they start (about 4 minutes to build and 1.2 to run on
+# 2 cores). Any finding fails the run: undefined behaviour is built not to recover and ASan halts
+# on its first error. Leak suppressions: scripts/lsan.supp.
 cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOREL_SANITIZE=ON -DVOREL_BUILD_BENCH=OFF >/dev/null
 cmake --build build/asan -j"$jobs" --target unit_tests crypto_tests token_tests integration_tests device_tests \
   hardening_tests
